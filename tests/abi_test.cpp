@@ -1,0 +1,118 @@
+// The library's outside: what it exports, what it imports, what it needs at run time, and the
+// version record.
+#include <gtest/gtest.h>
+#include <stdio.h>
+
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "zemdc.h"
+
+namespace {
+
+std::string run(const std::string& cmd) {
+    std::string out;
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    pclose(p);
+    return out;
+}
+
+std::set<std::string> dynamic_symbols(const char* which) {
+    std::set<std::string> names;
+    std::istringstream in(run(std::string("nm -D ") + which + " " + ZEMDC_LIBRARY));
+    std::string line;
+    while (std::getline(in, line)) {
+        auto sp = line.find_last_of(' ');
+        std::string name = line.substr(sp + 1);
+        auto at = name.find('@');
+        if (at != std::string::npos) name = name.substr(0, at);
+        if (!name.empty()) names.insert(name);
+    }
+    return names;
+}
+
+std::set<std::string> header_functions() {
+    std::ifstream f(ZEMDC_HEADER);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    std::string text = ss.str();
+    std::set<std::string> names;
+    std::regex decl(R"(ZEM_API[^;(]*?\b(\w+)\s*\()");
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), decl); it != std::sregex_iterator(); ++it)
+        names.insert((*it)[1].str());
+    names.erase("__attribute__");
+    return names;
+}
+
+}  // namespace
+
+TEST(Abi, ExportsExactlyTheHeaderFunctions) {
+    std::set<std::string> declared = header_functions();
+    ASSERT_FALSE(declared.empty());
+    ASSERT_TRUE(declared.count("zemdcGetLibVersion"));
+    std::set<std::string> exported = dynamic_symbols("--defined-only");
+    // Linker-provided markers are not functions of ours.
+    for (const char* s : {"_init", "_fini", "__bss_start", "_edata", "_end"}) exported.erase(s);
+    EXPECT_EQ(declared, exported);
+}
+
+TEST(Abi, ImportsOnlyMemoryPrimitivesAndTheCoreLibrary) {
+    if (ZEMDC_SANITIZED) GTEST_SKIP() << "sanitizer runtimes add their own imports";
+    const std::set<std::string> allowed = {
+        "memcpy", "memmove", "memset", "memcmp", "__stack_chk_fail", "__cxa_finalize", "__gmon_start__",
+        "_ITM_registerTMCloneTable", "_ITM_deregisterTMCloneTable", "zemGetMaxCacheSizeB", "ownGetFeature"};
+    for (const std::string& s : dynamic_symbols("--undefined-only"))
+        EXPECT_TRUE(allowed.count(s)) << "libzemdc.so imports " << s;
+}
+
+TEST(Abi, NeedsOnlyTheCoreLibraryAndLibc) {
+    if (ZEMDC_SANITIZED) GTEST_SKIP() << "sanitizer runtimes are extra dependencies";
+    std::string dyn = run(std::string("readelf -d ") + ZEMDC_LIBRARY);
+    std::regex needed(R"(\(NEEDED\)\s+Shared library: \[([^\]]+)\])");
+    std::set<std::string> libs;
+    for (auto it = std::sregex_iterator(dyn.begin(), dyn.end(), needed); it != std::sregex_iterator(); ++it)
+        libs.insert((*it)[1].str());
+    EXPECT_TRUE(libs.count("libzemcore.so.2022"));
+    for (const std::string& lib : libs)
+        EXPECT_TRUE(lib == "libzemcore.so.2022" || lib == "libc.so.6") << "libzemdc.so needs " << lib;
+    EXPECT_NE(dyn.find("Library soname: [libzemdc.so.2022]"), std::string::npos) << dyn;
+}
+
+TEST(Abi, VersionRecord) {
+    const zemLibraryVersion* v = zemdcGetLibVersion();
+    ASSERT_NE(v, nullptr);
+    EXPECT_EQ(v, zemdcGetLibVersion());
+    EXPECT_EQ(v->major, 2022);
+    EXPECT_EQ(v->minor, 3);
+    EXPECT_EQ(v->majorBuild, 0);
+    EXPECT_EQ(v->build, 0x0FC08BB1);
+    EXPECT_EQ(0, memcmp(v->targetCpu, "q4\0\0", 4));
+    EXPECT_STREQ(v->Name, "zemDC AVX2 (q4)");
+    EXPECT_STREQ(v->Version, "2022.3.0 (r0x0fc08bb1)");
+    EXPECT_STREQ(v->BuildDate, "Sep 19 2025");
+    // The version string is the numeric fields spelled out.
+    char expect[64];
+    snprintf(expect, sizeof expect, "%d.%d.%d (r0x%08x)", v->major, v->minor, v->majorBuild, (unsigned)v->build);
+    EXPECT_STREQ(v->Version, expect);
+}
+
+TEST(Abi, StatusValues) {
+    EXPECT_EQ(zemStatusOk, 0);
+    EXPECT_EQ(zemStatusError, -2);
+    EXPECT_EQ(zemStatusStreamEnd, -4);
+    EXPECT_EQ(zemStatusBadArg, -5);
+    EXPECT_EQ(zemStatusSize, -6);
+    EXPECT_EQ(zemStatusNullPtr, -8);
+    EXPECT_EQ(zemStatusContextMismatch, -13);
+    EXPECT_EQ(zemStatusBadMode, -16);
+    EXPECT_EQ(zemStatusBadData, -200);
+    EXPECT_EQ(zemStatusSrcTooShort, 32);
+    EXPECT_EQ(zemStatusDstTooSmall, 33);
+}
