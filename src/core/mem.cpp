@@ -90,7 +90,15 @@ void copy_backward(const uint8_t* s, uint8_t* d, size_t n) {
         n -= tail;
     }
     size_t head = n & 63;
-    for (size_t off = n; off > head; off -= 64) {
+    size_t off = n;
+    for (; off >= head + 128; off -= 128) {
+        __m256i a = ld(s + off - 128), b = ld(s + off - 96), c = ld(s + off - 64), e = ld(s + off - 32);
+        st_a(d + off - 32, e);
+        st_a(d + off - 64, c);
+        st_a(d + off - 96, b);
+        st_a(d + off - 128, a);
+    }
+    for (; off > head; off -= 64) {
         __m256i a = ld(s + off - 64), b = ld(s + off - 32);
         st_a(d + off - 64, a);
         st_a(d + off - 32, b);
@@ -239,7 +247,5 @@ void* MemZero(void* dst, int32_t len) {
         mem::fill_vector(0, (uint8_t*)dst, (size_t)len);
     return dst;
 }
-
-void* MemFill(uint8_t value, void* dst, int32_t len) { return mem::fill(value, dst, len, ::zemGetMaxCacheSizeB); }
 
 }  // namespace zem

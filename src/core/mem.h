@@ -181,6 +181,12 @@ ZEM_INLINE void* MemCopy(const void* src, void* dst, int32_t len) {
 void* MemZero(void* dst, int32_t len);
 
 // Sets len bytes at dst to value and returns dst.
-void* MemFill(uint8_t value, void* dst, int32_t len);
+ZEM_INLINE void* MemFill(uint8_t value, void* dst, int32_t len) {
+    if (len <= mem::kVectorFillMax) {
+        if (len > 0) mem::fill_vector(value, (uint8_t*)dst, (size_t)len);
+        return dst;
+    }
+    return mem::fill(value, dst, len, ::zemGetMaxCacheSizeB);
+}
 
 }  // namespace zem

@@ -26,16 +26,19 @@ void run(const bench::Corpus&) {
                                               : std::to_string(size) + " B";
         zem::MemCopy(s, d, (int32_t)size);
         bench::require(memcmp(s, d, size) == 0, "MemCopy " + label);
-        bench::Table t("memory kernels, " + label + " blocks", bytes);
-        t.ours("MemCopy", [&] {
-            for (size_t r = 0; r < reps; ++r) zem::MemCopy(s, d, (int32_t)size);
-        });
-        t.peer("memcpy", [&] {
-            for (size_t r = 0; r < reps; ++r) {
-                memcpy(d, s, size);
-                __asm__ volatile("" : : "r"(d) : "memory");
-            }
-        });
+        {
+            bench::Table t("copy, " + label + " blocks", bytes);
+            t.ours("MemCopy", [&] {
+                for (size_t r = 0; r < reps; ++r) zem::MemCopy(s, d, (int32_t)size);
+            });
+            t.peer("memcpy", [&] {
+                for (size_t r = 0; r < reps; ++r) {
+                    memcpy(d, s, size);
+                    __asm__ volatile("" : : "r"(d) : "memory");
+                }
+            });
+        }
+        bench::Table t("fill, " + label + " blocks", bytes);
         t.ours("MemFill", [&] {
             for (size_t r = 0; r < reps; ++r) zem::MemFill(0x5a, d, (int32_t)size);
         });
