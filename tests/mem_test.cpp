@@ -165,7 +165,7 @@ TEST(MemFill, EveryPathEveryAlignmentEveryTailBit) {
         for (size_t i = 0; i < buf.size(); ++i)
             ASSERT_EQ(buf[i], (i >= off && i < off + n) ? 0xa7 : 0x11) << "n=" << n << " off=" << off << " i=" << i;
     };
-    for (size_t n : {0, 1, 3, 8, 15, 16, 31, 32, 33, 64, 65, 100, 128, 129, 191, 4096, 0x200000})
+    for (size_t n : {0, 1, 3, 8, 15, 16, 31, 32, 33, 64, 65, 100, 128, 129, 191, 4096, 0xfffff, 0x100000, 0x100007, 0x200000})
         for (size_t off : {0, 1, 13, 32, 63}) check(n, off, false);
     // Streaming: every remainder below 64 (each bit of the tail) and every head misalignment.
     for (size_t rem = 0; rem < 64; ++rem) check(0x200040 + 512 * 3 + rem, rem % 7, true);

@@ -46,7 +46,7 @@ void* copy(const void* src, void* dst, int32_t len, CacheQuery query);
 void* fill(uint8_t value, void* dst, int32_t len, CacheQuery query);
 
 // The kernels behind the paths, callable on their own.
-void copy_small_large(const uint8_t* s, uint8_t* d, size_t n);  // n >= 256
+void copy_small_large(const uint8_t* s, uint8_t* d, size_t n);  // n > 256
 void copy_string_move(const uint8_t* s, uint8_t* d, size_t n);
 void copy_backward(const uint8_t* s, uint8_t* d, size_t n);
 void copy_stream(const uint8_t* s, uint8_t* d, size_t n);
@@ -54,7 +54,7 @@ void zero_string_store(uint8_t* d, size_t n);
 void fill_vector_large(__m256i v, uint8_t* d, size_t n);  // n > 64
 void fill_stream(uint8_t value, uint8_t* d, size_t n);
 
-// The small-block copy kernel: overlapping wide loads and stores below 256 bytes, an aligned
+// The small-block copy kernel: overlapping wide loads and stores up to 256 bytes, an aligned
 // block loop above. Inline so that the short copies of the codecs cost no call.
 ZEM_INLINE void copy_small(const uint8_t* s, uint8_t* d, size_t n) {
     if (n <= 16) {
@@ -106,7 +106,7 @@ ZEM_INLINE void copy_small(const uint8_t* s, uint8_t* d, size_t n) {
         _mm256_storeu_si256((__m256i*)(d + n - 32), e);
         return;
     }
-    if (n < 256) {
+    if (n <= 256) {
         __m256i a0 = _mm256_loadu_si256((const __m256i*)s);
         __m256i a1 = _mm256_loadu_si256((const __m256i*)(s + 32));
         __m256i a2 = _mm256_loadu_si256((const __m256i*)(s + 64));
