@@ -52,11 +52,12 @@ const Path kPaths[] = {
 };
 
 // Lengths around every length that changes a path: the byte-loop limits, the folding steps, the
-// stream blocks (3 x 72 ... 3 x 1024) and their multiples.
+// stream blocks (3 x 72 ... 3 x 1024), the long-input blocks and their multiples.
 std::vector<size_t> interesting_lengths() {
     std::vector<size_t> v;
     for (size_t n = 1; n <= 160; ++n) v.push_back(n);
-    for (size_t base : {216u, 432u, 648u, 864u, 1296u, 1728u, 2592u, 3072u, 4800u, 6144u, 9216u, 3072u + 1728u + 864u})
+    for (size_t base : {216u, 432u, 648u, 864u, 1296u, 1728u, 2592u, 3072u, 4096u, 4800u, 5760u, 6144u, 7360u, 9216u,
+                        3072u + 1728u + 864u})
         for (int d : {-25, -24, -17, -8, -1, 0, 1, 7, 8, 23, 24, 25, 63})
             v.push_back(size_t(int(base) + d));
     v.push_back(3071);

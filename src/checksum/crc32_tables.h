@@ -115,7 +115,7 @@ inline constexpr SliceTables<4> kCrc32CTables = make_reflected<4>(kPolyCrc32CR);
 
 // Reflected: x^n mod P reflected over 32 bits and shifted left by one, the form in which a
 // 64x64 carry-less product of a reflected lane lands at the right power.
-constexpr uint64_t fold_r(unsigned n) { return (uint64_t)xpow_r(n, kPolyCrc32R) << 1; }
+constexpr uint64_t fold_r(unsigned n, uint32_t poly_r = kPolyCrc32R) { return (uint64_t)xpow_r(n, poly_r) << 1; }
 // Reflected: x^n mod P as a 64-bit reflected value (bit j is x^(63-j)); used by the reduction.
 constexpr uint64_t fold_r64(unsigned n) { return (uint64_t)xpow_r(n, kPolyCrc32R) << 32; }
 // Natural: x^n mod P as it is.
@@ -128,7 +128,9 @@ struct FoldPair {
 };
 
 // Reflected lanes: the low lane holds the earlier (higher) powers.
-constexpr FoldPair fold_pair_r(unsigned d) { return {fold_r(d + 32), fold_r(d - 32)}; }
+constexpr FoldPair fold_pair_r(unsigned d, uint32_t poly_r = kPolyCrc32R) {
+    return {fold_r(d + 32, poly_r), fold_r(d - 32, poly_r)};
+}
 // Natural lanes after a byte reversal: the high lane holds the earlier powers.
 constexpr FoldPair fold_pair_n(unsigned d) { return {fold_n(d), fold_n(d + 64)}; }
 
