@@ -41,15 +41,16 @@ void agree(const Fn* paths, size_t count, uint32_t want, uint32_t start, const u
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // Header: four bytes of start value, two of split point; the rest is the message, copied to
-    // a buffer of its exact size so that any read past it is caught.
-    if (size < 6) return 0;
+    // Header: four bytes of start value, two of split point, one of repeat count; the rest,
+    // repeated (so that messages reach the long-input paths), is the message. It sits in a buffer
+    // of its exact size so that any read past it is caught.
+    if (size < 7) return 0;
     uint32_t start;
     memcpy(&start, data, 4);
-    const size_t n = size - 6;
-    const size_t cut = n ? (size_t(data[4]) | size_t(data[5]) << 8) % (n + 1) : 0;
+    const size_t body = size - 7, reps = 1 + data[6] % 4, n = body * reps;
+    const size_t cut = n ? (size_t(data[4]) | size_t(data[5]) << 8) * reps % (n + 1) : 0;
     uint8_t* msg = new uint8_t[n + 1];  // +1 keeps the pointer valid for n == 0
-    memcpy(msg, data + 6, n);
+    for (size_t r = 0; r < reps; ++r) memcpy(msg + r * body, data + 7, body);
 
     static const Fn crc32[] = {zem::crc::crc32_slice8, zem::crc::crc32_fold};
     static const Fn bz2[] = {zem::crc::bz2_slice8, zem::crc::bz2_fold};
