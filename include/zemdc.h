@@ -79,7 +79,28 @@ ZEM_API const zemLibraryVersion* zemdcGetLibVersion(void);
  * Statuses: zemStatusNullPtr (pChecksum null), zemStatusOk. */
 ZEM_API zemStatus zemsAdler32_8u(const uint8_t* src, int32_t len, uint32_t* pChecksum);
 
-/* @@crc32@@ */
+/* Updates the running CRC-32 of zlib, gzip and PNG (polynomial 0x04C11DB7, least significant bit
+ * first) over len bytes at src. *pCRC holds the finished checksum of everything so far (start a
+ * stream with 0) and receives the finished checksum including these bytes.
+ * Statuses: zemStatusNullPtr (src or pCRC null), zemStatusSize (len < 1), zemStatusOk. On an
+ * error *pCRC is left unchanged. */
+ZEM_API zemStatus zemsCRC32_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/* Updates the running bzip2 CRC (polynomial 0x04C11DB7, most significant bit first) over len
+ * bytes at src. *pCRC holds the finished CRC as a number, as a bzip2 block header carries it
+ * (start with 0), and receives the finished CRC including these bytes.
+ * Statuses: zemStatusNullPtr (src or pCRC null), zemStatusSize (len < 1), zemStatusOk. On an
+ * error *pCRC is left unchanged. */
+ZEM_API zemStatus zemsCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/* Updates a CRC-32C (Castagnoli, polynomial 0x1EDC6F41, least significant bit first) shift
+ * register over len bytes at src. Unlike zemsCRC32_8u, *pCRC is the bare register, neither
+ * complemented on entry nor on exit: start with 0xFFFFFFFF and complement the last value to get
+ * the finished CRC-32C. len is taken as an unsigned 32-bit count: only 0 is refused, and a
+ * negative value means that many bytes modulo 2^32 (-1 is 4294967295 bytes).
+ * Statuses: zemStatusNullPtr (src or pCRC null), zemStatusSize (len == 0), zemStatusOk. On an
+ * error *pCRC is left unchanged. */
+ZEM_API zemStatus zemsCRC32C_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
 
 /* ------------------------------------------------------------------------------------------- */
 /* LZ4 block codec                                                                              */

@@ -1,0 +1,64 @@
+// Differential fuzzing of the CRC-32 family: every path of a checksum must agree with the others
+// and with the bit-at-a-time definition, for any bytes, start value and split into two calls.
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "checksum/crc32.h"
+
+namespace {
+
+uint32_t bitwise_reflected(uint32_t reg, uint32_t poly_r, const uint8_t* p, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        reg ^= p[i];
+        for (int k = 0; k < 8; ++k) reg = (reg >> 1) ^ ((reg & 1) ? poly_r : 0);
+    }
+    return reg;
+}
+
+uint32_t bitwise_msb(uint32_t reg, const uint8_t* p, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        reg ^= uint32_t(p[i]) << 24;
+        for (int k = 0; k < 8; ++k) reg = (reg << 1) ^ ((reg >> 31) ? 0x04C11DB7u : 0);
+    }
+    return reg;
+}
+
+using Fn = uint32_t (*)(uint32_t, const uint8_t*, size_t);
+
+void check(bool ok) {
+    if (!ok) __builtin_trap();
+}
+
+// All paths of one checksum over (start, p, n), once whole and once split at `cut`.
+void agree(const Fn* paths, size_t count, uint32_t want, uint32_t start, const uint8_t* p, size_t n, size_t cut) {
+    for (size_t i = 0; i < count; ++i) {
+        check(paths[i](start, p, n) == want);
+        check(paths[i](paths[i](start, p, cut), p + cut, n - cut) == want);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Header: four bytes of start value, two of split point, one of repeat count; the rest,
+    // repeated (so that messages reach the long-input paths), is the message. It sits in a buffer
+    // of its exact size so that any read past it is caught.
+    if (size < 7) return 0;
+    uint32_t start;
+    memcpy(&start, data, 4);
+    const size_t body = size - 7, reps = 1 + data[6] % 4, n = body * reps;
+    const size_t cut = n ? (size_t(data[4]) | size_t(data[5]) << 8) * reps % (n + 1) : 0;
+    uint8_t* msg = new uint8_t[n + 1];  // +1 keeps the pointer valid for n == 0
+    for (size_t r = 0; r < reps; ++r) memcpy(msg + r * body, data + 7, body);
+
+    static const Fn crc32[] = {zem::crc::crc32_slice8, zem::crc::crc32_fold};
+    static const Fn bz2[] = {zem::crc::bz2_slice8, zem::crc::bz2_fold};
+    static const Fn crc32c[] = {zem::crc::crc32c_slice4, zem::crc::crc32c_streams_clmul,
+                                zem::crc::crc32c_streams_table};
+    agree(crc32, 2, ~bitwise_reflected(~start, 0xEDB88320u, msg, n), start, msg, n, cut);
+    agree(bz2, 2, ~bitwise_msb(~start, msg, n), start, msg, n, cut);
+    agree(crc32c, 3, bitwise_reflected(start, 0x82F63B78u, msg, n), start, msg, n, cut);
+    delete[] msg;
+    return 0;
+}

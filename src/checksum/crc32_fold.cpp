@@ -1,0 +1,163 @@
+// Carry-less folding paths of CRC-32 and the bzip2 CRC.
+//
+// The data is taken as a run of 16-byte blocks. A block held in an accumulator is carried
+// forward by d bits with two 64x64 carry-less products (one per lane, each against x^k mod P for
+// the lane's distance) and XORed onto the block found there. Four accumulators 64 bytes apart
+// keep several products in flight; they are then merged two by two and into one, and the last
+// accumulator is reduced to a register that the byte tables finish.
+//
+// The bzip2 CRC runs most significant bit first: each block is byte-reversed, so the register
+// reads as a plain polynomial and the same two-product step folds it, with the natural-order
+// constants. Its register is kept byte-swapped, which makes its table steps those of a
+// reflected CRC.
+#include <immintrin.h>
+
+#include "checksum/crc32.h"
+#include "checksum/crc32_step.h"
+
+namespace zem::crc {
+
+namespace {
+
+// Loading 16 bytes at kZeroPrefix + h keeps the last h bytes of a block and moves them to its
+// end behind zero bytes (PSHUFB clears a lane whose index has the top bit set).
+alignas(32) constexpr uint8_t kZeroPrefix[32] = {0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+                                                 0x80, 0x80, 0x80, 0x80, 0x80, 0,    1,    2,    3,    4,    5,
+                                                 6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
+
+// The folded register is congruent to the last accumulator, and the CRC register is that
+// accumulator times x^32 mod P. Two products against x^k mod P take it from 128 to 64
+// significant bits, each clearing the lane of highest powers; the eight bytes left are a plain
+// table step from a zero register.
+struct Reflected {
+    static constexpr bool msb = false;
+    static constexpr const SliceTables<8>& tables = kCrc32Tables;
+    static constexpr FoldPair k512 = fold_pair_r(512), k256 = fold_pair_r(256), k128 = fold_pair_r(128);
+    // x^63 mod P as a 64-bit reflected lane: the product lands one power high, i.e. times x^64.
+    static constexpr uint64_t kReduce = fold_r64(63);
+    static constexpr int kLane = 0x00;  // the low lane holds the highest powers
+    static constexpr FoldPair pair(unsigned d) { return fold_pair_r(d); }
+    static constexpr int kKeep = 0x3;   // blend mask that clears it
+    static ZEM_INLINE uint64_t bytes(__m128i b) { return (uint64_t)_mm_extract_epi64(b, 1); }
+};
+
+struct MsbFirst {
+    static constexpr bool msb = true;
+    static constexpr const SliceTables<8>& tables = kBz2Tables;
+    static constexpr FoldPair k512 = fold_pair_n(512), k256 = fold_pair_n(256), k128 = fold_pair_n(128);
+    static constexpr uint64_t kReduce = fold_n(64);
+    static constexpr int kLane = 0x01;
+    static constexpr FoldPair pair(unsigned d) { return fold_pair_n(d); }
+    static constexpr int kKeep = 0xc;
+    // The polynomial's highest powers first, as the message bytes ran.
+    static ZEM_INLINE uint64_t bytes(__m128i b) { return __builtin_bswap64((uint64_t)_mm_cvtsi128_si64(b)); }
+};
+
+template <class V>
+ZEM_INLINE uint32_t reduce(__m128i a) {
+    const __m128i k = _mm_set_epi64x(0, (long long)V::kReduce);
+    __m128i b = _mm_xor_si128(_mm_clmulepi64_si128(a, k, V::kLane), _mm_blend_epi32(a, _mm_setzero_si128(), V::kKeep));
+    b = _mm_xor_si128(_mm_clmulepi64_si128(b, k, V::kLane), b);
+    const uint64_t w = V::bytes(b);
+    return step8_words(V::tables, 0, (uint32_t)w, (uint32_t)(w >> 32));
+}
+
+// The mixed loop: one 64-byte group folded with the 512-bit constant, kTable bytes run through
+// the slicing tables, then the next group folded across both.
+constexpr size_t kTable = 16;
+constexpr size_t kSpan = 64 + kTable + 64;
+
+ZEM_INLINE __m128i pair(FoldPair k) { return _mm_set_epi64x((long long)k.hi, (long long)k.lo); }
+
+ZEM_INLINE __m128i fold(__m128i acc, __m128i k, __m128i next) {
+    return _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(acc, k, 0x00), next), _mm_clmulepi64_si128(acc, k, 0x11));
+}
+
+template <class V>
+ZEM_INLINE __m128i order(__m128i v) {
+    if constexpr (V::msb) return _mm_shuffle_epi8(v, _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
+    return v;
+}
+
+template <class V>
+ZEM_INLINE __m128i block(const uint8_t* p) {
+    return order<V>(_mm_loadu_si128((const __m128i*)p));
+}
+
+// r is the register in the form the tables use (reflected, or byte-swapped most-significant-
+// bit-first); it is XORed onto the first four data bytes, so the folding itself starts from zero.
+template <class V>
+uint32_t fold_run(uint32_t r, const uint8_t* p, size_t n) {
+    // h head bytes up to the first 16-byte boundary (16 when already aligned): the first block is
+    // those bytes behind zeros, which leave a zero register unchanged.
+    const size_t h = 16 - ((uintptr_t)p & 15);
+    if (n < 16 + h) return slice8_run(V::tables, r, p, n);
+
+    __m128i first = _mm_xor_si128(_mm_loadu_si128((const __m128i*)p), _mm_cvtsi32_si128((int)r));
+    __m128i x0 = order<V>(_mm_shuffle_epi8(first, _mm_loadu_si128((const __m128i*)(kZeroPrefix + h))));
+    // With fewer than four head bytes, the rest of the register falls into the next block.
+    const uint32_t spill = h < 4 ? r >> (8 * h) : 0;
+    const uint8_t* q = p + h;
+    size_t m = (n - h) >> 4;
+    const size_t tail = (n - h) & 15;
+
+    __m128i x1 = order<V>(_mm_xor_si128(_mm_load_si128((const __m128i*)q), _mm_cvtsi32_si128((int)spill)));
+    q += 16;
+    m -= 1;
+    if (m >= 2) {
+        __m128i x2 = block<V>(q), x3 = block<V>(q + 16);
+        q += 32;
+        m -= 2;
+        const __m128i k512 = pair(V::k512);
+        // The multiplier bounds this loop (two products per 16 bytes), so a share of the bytes
+        // goes through the slicing tables in the meantime. Their register, from zero, is data
+        // XORed onto the four bytes after them, as the caller's register is at the start; the
+        // accumulators then fold straight across the table bytes. More table work than this
+        // share slows the loop down: the two compete for issue slots.
+        const __m128i kjump = pair(V::pair(8 * (64 + kTable)));
+        for (; m >= kSpan / 16; m -= kSpan / 16) {
+            x0 = fold(x0, k512, block<V>(q));
+            x1 = fold(x1, k512, block<V>(q + 16));
+            x2 = fold(x2, k512, block<V>(q + 32));
+            x3 = fold(x3, k512, block<V>(q + 48));
+            const uint32_t r = step8(V::tables, step8(V::tables, 0, q + 64), q + 72);
+            q += 64 + kTable;
+            x0 = fold(x0, kjump, _mm_xor_si128(block<V>(q), order<V>(_mm_cvtsi32_si128((int)r))));
+            x1 = fold(x1, kjump, block<V>(q + 16));
+            x2 = fold(x2, kjump, block<V>(q + 32));
+            x3 = fold(x3, kjump, block<V>(q + 48));
+            q += 64;
+        }
+        for (; m >= 4; m -= 4, q += 64) {
+            x0 = fold(x0, k512, block<V>(q));
+            x1 = fold(x1, k512, block<V>(q + 16));
+            x2 = fold(x2, k512, block<V>(q + 32));
+            x3 = fold(x3, k512, block<V>(q + 48));
+        }
+        const __m128i k256 = pair(V::k256);
+        x0 = fold(x0, k256, x2);
+        x1 = fold(x1, k256, x3);
+    }
+    const __m128i k256 = pair(V::k256);
+    for (; m >= 2; m -= 2, q += 32) {
+        x0 = fold(x0, k256, block<V>(q));
+        x1 = fold(x1, k256, block<V>(q + 16));
+    }
+    const __m128i k128 = pair(V::k128);
+    x0 = fold(x0, k128, x1);
+    if (m) {
+        x0 = fold(x0, k128, block<V>(q));
+        q += 16;
+    }
+    return slice8_run(V::tables, reduce<V>(x0), q, tail);
+}
+
+}  // namespace
+
+uint32_t crc32_fold(uint32_t crc, const uint8_t* p, size_t n) { return ~fold_run<Reflected>(~crc, p, n); }
+
+uint32_t bz2_fold(uint32_t crc, const uint8_t* p, size_t n) {
+    return bswap32(~fold_run<MsbFirst>(bswap32(~crc), p, n));
+}
+
+}  // namespace zem::crc
