@@ -54,6 +54,12 @@ ZEM_INLINE uint32_t hash5(const uint8_t* p) {
     return _mm_crc32_u32(p[4], load32(p)) & ((1u << Bits) - 1);
 }
 
+// The same hash from an 8-byte word holding the bytes at p in its low five bytes.
+template <int Bits>
+ZEM_INLINE uint32_t hash_word(uint64_t w) {
+    return _mm_crc32_u32((uint32_t)(w >> 32) & 0xff, (uint32_t)w) & ((1u << Bits) - 1);
+}
+
 // Number of equal bytes at a and b, a running at most up to a_limit. Both ranges are read only
 // below their ends: the caller guarantees b + (a_limit - a) lies inside b's buffer.
 ZEM_INLINE size_t extend_match(const uint8_t* a, const uint8_t* b, const uint8_t* a_limit) {
@@ -107,8 +113,21 @@ ZEM_INLINE void copy_literals(const uint8_t* s, uint8_t* d, size_t n) {
         MemCopy(s, d, (int32_t)n);
 }
 
-// Writes one sequence: nlit literals at lit, then a match of mlen bytes at offset.
-ZEM_INLINE uint8_t* write_sequence(uint8_t* op, const uint8_t* lit, size_t nlit, uint32_t offset, size_t mlen) {
+// Copies n literal bytes in whole 16- or 32-byte blocks: up to 31 bytes past d + n are written.
+ZEM_INLINE void wild_literals(const uint8_t* s, uint8_t* d, size_t n) {
+    if (n <= 16) {
+        _mm_storeu_si128((__m128i*)d, _mm_loadu_si128((const __m128i*)s));
+        return;
+    }
+    for (size_t i = 0; i < n; i += 32)
+        _mm256_storeu_si256((__m256i*)(d + i), _mm256_loadu_si256((const __m256i*)(s + i)));
+}
+
+// Writes one sequence: nlit literals at lit, then a match of mlen bytes at offset. With `wild`
+// the literals are copied in whole blocks, which needs 32 bytes of room past them (the input
+// must then also have 32 readable bytes past the literals, which a match always provides).
+ZEM_INLINE uint8_t* write_sequence(uint8_t* op, const uint8_t* lit, size_t nlit, uint32_t offset, size_t mlen,
+                                   bool wild) {
     uint8_t* token = op++;
     size_t ml = mlen - kMinMatch;
     uint8_t t = (uint8_t)(ml < kRunMask ? ml : kRunMask);
@@ -119,7 +138,10 @@ ZEM_INLINE uint8_t* write_sequence(uint8_t* op, const uint8_t* lit, size_t nlit,
         op = write_ext(op, nlit);
     }
     *token = t;
-    copy_literals(lit, op, nlit);
+    if (wild)
+        wild_literals(lit, op, nlit);
+    else
+        copy_literals(lit, op, nlit);
     op += nlit;
     store16(op, (uint16_t)offset);
     op += 2;

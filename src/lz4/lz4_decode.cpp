@@ -53,14 +53,15 @@ ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
         for (size_t i = step; i < n; i += step) _mm256_storeu_si256((__m256i*)(d + i), pat);
         return;
     }
-    copy16(s, d);
-    if (n <= 16) return;
     if (offset >= 32) {
-        for (size_t i = 16; i < n; i += 32) copy32(s + i, d + i);
-    } else {
-        // Each store is right only for its first `offset` bytes; the next store starts there.
-        for (size_t i = 16; i < n; i += offset) copy32(s + i, d + i);
+        // Two 16-byte copies cover the common short match without a length test.
+        copy32(s, d);
+        for (size_t i = 32; i < n; i += 32) copy32(s + i, d + i);
+        return;
     }
+    copy16(s, d);
+    // Each store is right only for its first `offset` bytes; the next store starts there.
+    for (size_t i = 16; i < n; i += offset) copy32(s + i, d + i);
 }
 
 // Careful-loop match copy: exactly n bytes, the same result as a forward byte-by-byte copy.
@@ -152,6 +153,21 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
             size_t lit = token >> 4;
             if (ZEM_LIKELY(lit < kRunMask)) {
                 copy16(ip, op);
+                // The common sequence: a short literal run and a short match from at least 16
+                // bytes back, copied with two fixed 16-byte copies and one combined test. (The
+                // second copy reads only bytes that the first has written or that precede it.)
+                if constexpr (K != Dict::External) {
+                    const size_t offset = load16(ip + lit);
+                    const size_t len = token & kRunMask;
+                    uint8_t* const mop = op + lit;
+                    if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & (ptrdiff_t(offset) <= mop - b.low))) {
+                        copy16(mop - offset, mop);
+                        copy16(mop - offset + 16, mop + 16);
+                        ip += lit + 2;
+                        op = mop + len + kMinMatch;
+                        continue;
+                    }
+                }
             } else {
                 unsigned x;
                 do {

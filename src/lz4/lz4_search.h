@@ -106,46 +106,55 @@ EncodeResult encode_block(const EncodeJob& j) {
             const uint8_t* cand;
             uint32_t pos, q;
             bool in_dict = false;
-            for (;;) {
-                if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
-                pos = uint32_t(ip - base);
-                const uint32_t h = hash5<Bits>(ip);
+            // Probes the position at p, whose hash is h and whose first four bytes are word.
+            auto probe = [&](const uint8_t* p, uint32_t h, uint32_t word) -> bool {
+                pos = uint32_t(p - base);
                 q = table[h];
                 table[h] = (Entry)pos;
-                const uint32_t word = load32(ip);
                 if constexpr (H == History::None && sizeof(Entry) == 2) {
                     cand = base + q;
-                    if (load32(cand) == word) break;
+                    return load32(cand) == word;
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
-                    if (uint32_t(pos - q - 1) < kMaxOffset) {
+                    if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
+                    cand = base + q;
+                    return load32(cand) == word;
+                } else {
+                    if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
+                    if (q >= j.src_pos) {
                         cand = base + q;
-                        if (load32(cand) == word) break;
+                        return load32(cand) == word;
                     }
-                } else {
-                    if (uint32_t(pos - q - 1) < kMaxOffset) {
-                        if (q >= j.src_pos) {
-                            cand = base + q;
-                            if (load32(cand) == word) break;
-                        } else if (int64_t(q) >= j.dict_lo && q + kMinMatch <= j.src_pos) {
-                            cand = j.dict_at + q;
-                            if (load32(cand) == word) {
-                                in_dict = true;
-                                break;
-                            }
-                        }
-                    }
+                    if (int64_t(q) < j.dict_lo || q + kMinMatch > j.src_pos) return false;
+                    cand = j.dict_at + q;
+                    return in_dict = load32(cand) == word;
                 }
-                size_t step;
-                if (s.dense != 0) {
-                    --s.dense;
-                    step = 1;
-                } else {
-                    step = s.counter++ >> s.shift;
+            };
+            // Dense probes: one 8-byte load serves the hashes of three neighbours (two with the
+            // 16-bit table's shorter inputs, where the dense run is short anyway).
+            const uint8_t* dense_end = ip + s.dense;
+            if (dense_end > probe_end) dense_end = probe_end;
+            while (ip + 2 < dense_end) {
+                const uint64_t w = load64(ip);
+                if (probe(ip, hash_word<Bits>(w), uint32_t(w))) goto found;
+                if (probe(ip + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
+                    ip += 1;
+                    goto found;
                 }
-                ip += step;
+                if (probe(ip + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
+                    ip += 2;
+                    goto found;
+                }
+                ip += 3;
             }
-
+            for (; ip < dense_end; ++ip)
+                if (probe(ip, hash5<Bits>(ip), load32(ip))) goto found;
+            for (;;) {
+                if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
+                if (probe(ip, hash5<Bits>(ip), load32(ip))) break;
+                ip += s.counter++ >> s.shift;
+            }
+        found:
             size_t mlen;
             if (H == History::External && in_dict) {
                 // A match from the dictionary stops at the dictionary's end.
@@ -166,7 +175,11 @@ EncodeResult encode_block(const EncodeJob& j) {
                 }
                 kept[nkept++] = {op, anchor, mlen};
             }
-            op = write_sequence(op, anchor, nlit, pos - q, mlen);
+            // The unbounded encoders' worst-case output leaves the room for wide copies: a
+            // sequence starts at least 44 bytes before the input's end, each of which the bound
+            // still counts.
+            const bool wild = !Bounded || size_t(oend - op) >= nlit + nlit / 255 + 40;
+            op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
             ip += mlen;
             anchor = ip;
             if (j.accel > 1)
