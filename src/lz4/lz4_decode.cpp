@@ -42,7 +42,7 @@ ZEM_INLINE void copy32(const uint8_t* s, uint8_t* d) {
     _mm256_storeu_si256((__m256i*)d, _mm256_loadu_si256((const __m256i*)s));
 }
 
-// Fast-loop match copy. Writes up to 31 bytes past d + n; reads below d + n.
+// Fast-loop match copy. Writes up to 63 bytes past d + n; reads below d + n.
 ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
     const uint8_t* s = d - offset;
     if (offset < 16) {
@@ -55,8 +55,12 @@ ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
     }
     if (offset >= 32) {
         // Two 16-byte copies cover the common short match without a length test.
+        // Matches that get here are mostly longer than 18 bytes: two stores cover up to 64
+        // without a length test. (The second load reads only bytes that precede it or that the
+        // first store wrote.)
         copy32(s, d);
-        for (size_t i = 32; i < n; i += 32) copy32(s + i, d + i);
+        copy32(s + 32, d + 32);
+        for (size_t i = 64; i < n; i += 32) copy32(s + i, d + i);
         return;
     }
     copy16(s, d);
@@ -133,6 +137,84 @@ ZEM_INLINE bool from_dict(const Block& b, const uint8_t* op, size_t offset) {
 }
 
 template <Dict K>
+constexpr size_t kInMargin = K == Dict::Prefix ? 32 : 33;
+constexpr size_t kOutMargin = 64;
+
+struct Cursor {
+    const uint8_t* ip;
+    uint8_t* op;
+    bool error;
+};
+
+// The fast loop, on its own so that its few live values all stay in registers. Returns where
+// the careful loop goes on (at the token of a handed-over sequence), or an offset error.
+template <Dict K>
+ZEM_NOINLINE Cursor fast_loop(const Block& b) {
+    const uint8_t* ip = b.src;
+    uint8_t* op = b.out;
+    const uint8_t* const low = b.low;
+    const uint8_t* const ilimit = b.src + b.src_len - kInMargin<K>;
+    uint8_t* const olimit = b.out + b.cap - kOutMargin;
+    while (ip < ilimit && op < olimit) {
+        const uint8_t* const seq = ip;
+        uint8_t* const seq_out = op;
+        const unsigned token = *ip++;
+        size_t lit = token >> 4;
+        if (ZEM_LIKELY(lit < kRunMask)) {
+            copy16(ip, op);
+            // The common sequence: a short literal run and a short match from at least 16
+            // bytes back, copied with two fixed 16-byte copies and one combined test. (The
+            // second copy reads only bytes that the first has written or that precede it.)
+            if constexpr (K != Dict::External) {
+                const size_t offset = load16(ip + lit);
+                const size_t len = token & kRunMask;
+                uint8_t* const mop = op + lit;
+                if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & (ptrdiff_t(offset) <= mop - low))) {
+                    copy16(mop - offset, mop);
+                    copy16(mop - offset + 16, mop + 16);
+                    ip += lit + 2;
+                    op = mop + len + kMinMatch;
+                    continue;
+                }
+            }
+        } else {
+            unsigned x;
+            do {
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, false};
+                x = *ip++;
+                lit += x;
+            } while (x == 255);
+            if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op))) return {seq, seq_out, false};
+            copy32(ip, op);
+            for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
+        }
+        ip += lit;
+        op += lit;
+
+        const size_t offset = load16(ip);
+        ip += 2;
+        if (ZEM_UNLIKELY(ptrdiff_t(offset) > op - low)) return {ip, op, true};
+        size_t len = token & kRunMask;
+        if (ZEM_UNLIKELY(len == kRunMask)) {
+            unsigned x;
+            do {
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, false};
+                x = *ip++;
+                len += x;
+            } while (x == 255);
+        }
+        len += kMinMatch;
+        if (ZEM_UNLIKELY(len >= size_t(olimit - op))) return {seq, seq_out, false};
+        if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
+            dict_match(b, op, offset, len);
+        else
+            wild_match(op, offset, len);
+        op += len;
+    }
+    return {ip, op, false};
+}
+
+template <Dict K>
 zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
     const uint8_t* ip = b.src;
     const uint8_t* const E = b.src + b.src_len;
@@ -140,75 +222,13 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
     uint8_t* const F = b.out + b.cap;
     // A lone byte is a token without its sequence: a short input, with nothing consumed.
     const zemStatus clean = b.src_len == 1 ? zemStatusSrcTooShort : zemStatusOk;
-    constexpr size_t kInMargin = K == Dict::Prefix ? 32 : 33;
-    constexpr size_t kOutMargin = 64;
+    const uint8_t* const low = b.low;
 
-    if (size_t(b.src_len) > kInMargin && size_t(b.cap) > kOutMargin) {
-        const uint8_t* const ilimit = E - kInMargin;
-        uint8_t* const olimit = F - kOutMargin;
-        while (ip < ilimit && op < olimit) {
-            const uint8_t* const seq = ip;
-            uint8_t* const seq_out = op;
-            const unsigned token = *ip++;
-            size_t lit = token >> 4;
-            if (ZEM_LIKELY(lit < kRunMask)) {
-                copy16(ip, op);
-                // The common sequence: a short literal run and a short match from at least 16
-                // bytes back, copied with two fixed 16-byte copies and one combined test. (The
-                // second copy reads only bytes that the first has written or that precede it.)
-                if constexpr (K != Dict::External) {
-                    const size_t offset = load16(ip + lit);
-                    const size_t len = token & kRunMask;
-                    uint8_t* const mop = op + lit;
-                    if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & (ptrdiff_t(offset) <= mop - b.low))) {
-                        copy16(mop - offset, mop);
-                        copy16(mop - offset + 16, mop + 16);
-                        ip += lit + 2;
-                        op = mop + len + kMinMatch;
-                        continue;
-                    }
-                }
-            } else {
-                unsigned x;
-                do {
-                    if (ZEM_UNLIKELY(ip >= ilimit)) goto hand_over;
-                    x = *ip++;
-                    lit += x;
-                } while (x == 255);
-                if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op))) goto hand_over;
-                copy32(ip, op);
-                for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
-            }
-            ip += lit;
-            op += lit;
-
-            {
-                const size_t offset = load16(ip);
-                ip += 2;
-                if (ZEM_UNLIKELY(ptrdiff_t(offset) > op - b.low)) return zemStatusError;
-                size_t len = token & kRunMask;
-                if (ZEM_UNLIKELY(len == kRunMask)) {
-                    unsigned x;
-                    do {
-                        if (ZEM_UNLIKELY(ip >= ilimit)) goto hand_over;
-                        x = *ip++;
-                        len += x;
-                    } while (x == 255);
-                }
-                len += kMinMatch;
-                if (ZEM_UNLIKELY(len >= size_t(olimit - op))) goto hand_over;
-                if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
-                    dict_match(b, op, offset, len);
-                else
-                    wild_match(op, offset, len);
-                op += len;
-            }
-            continue;
-        hand_over:
-            ip = seq;
-            op = seq_out;
-            break;
-        }
+    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin) {
+        const Cursor c = fast_loop<K>(b);
+        if (c.error) return zemStatusError;
+        ip = c.ip;
+        op = c.op;
     }
 
     for (;;) {
@@ -245,7 +265,7 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
 
         const size_t offset = load16(ip);
         ip += 2;
-        if (ptrdiff_t(offset) > op - b.low) return zemStatusError;
+        if (ptrdiff_t(offset) > op - low) return zemStatusError;
         size_t len = token & kRunMask;
         if (len == kRunMask) {
             unsigned x;
