@@ -82,9 +82,9 @@ EncodeResult encode_block(const EncodeJob& j) {
         const uint8_t* anchor;
         size_t mlen;
     };
-    constexpr unsigned kKept = Bounded ? 8 : 1;
+    constexpr unsigned kKept = Bounded ? 8 : 1;  // a power of two: a ring of the latest
     Emitted kept[kKept];
-    unsigned nkept = 0;
+    unsigned head = 0, nkept = 0;
 
     // Inputs of 45 bytes or fewer have no probe position before the margin.
     if (j.len > kProbeMargin + (j.accel > 1 ? 1 : 0)) {
@@ -187,11 +187,8 @@ EncodeResult encode_block(const EncodeJob& j) {
                 if (sequence_worst_size(nlit, mlen) >= size_t(oend - op)) goto last;
             }
             if constexpr (Bounded) {
-                if (nkept == kKept) {
-                    for (unsigned k = 1; k < kKept; ++k) kept[k - 1] = kept[k];
-                    --nkept;
-                }
-                kept[nkept++] = {op, anchor, mlen};
+                kept[head++ & (kKept - 1)] = {op, anchor, mlen};
+                if (nkept < kKept) ++nkept;
             }
             // The unbounded encoders' worst-case output leaves the room for wide copies: a
             // sequence starts at least 44 bytes before the input's end, each of which the bound
@@ -213,10 +210,11 @@ last:
         // A block cut short must still keep the format's end rules (at least 5 closing literals,
         // the last match starting at least 12 bytes before the end), or decoders report it as
         // cut. Taking back the last sequence frees at least 3 bytes for literals each time.
-        while (n < size_t(E - anchor) && nkept != 0 && (n < 5 || kept[nkept - 1].mlen + n < 12)) {
+        while (n < size_t(E - anchor) && nkept != 0 && (n < 5 || kept[(head - 1) & (kKept - 1)].mlen + n < 12)) {
+            const Emitted& e = kept[--head & (kKept - 1)];
             --nkept;
-            op = kept[nkept].op;
-            anchor = kept[nkept].anchor;
+            op = e.op;
+            anchor = e.anchor;
             n = last_literals_that_fit(size_t(E - anchor), size_t(oend - op));
         }
     }
