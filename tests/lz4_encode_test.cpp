@@ -52,21 +52,35 @@ std::vector<Bytes> inputs() {
     Bytes mixed = zt::random_bytes(70000, 9);  // far repeats: beyond 64 KiB some are out of reach
     mixed.insert(mixed.end(), mixed.begin(), mixed.begin() + 70000);
     v.push_back(mixed);
+    // A long literal run, then one match just before the last probed position: the block is
+    // as close to the worst-case bound as a block with a match gets.
+    for (size_t n : {3000, 70000}) {
+        Bytes late = zt::random_bytes(n, n);
+        late.insert(late.end(), late.begin(), late.begin() + 60);
+        Bytes tail = zt::random_bytes(44, 1);
+        late.insert(late.end(), tail.begin(), tail.end());
+        v.push_back(late);
+    }
     return v;
 }
 
 TEST(Lz4Encode, EveryEncoderDecodesWithLiblzAtAGuardPage) {
     Bytes table(16384);
-    for (const Bytes& src : inputs()) {
-        const int32_t n = (int32_t)src.size();
+    for (const Bytes& data : inputs()) {
+        const int32_t n = (int32_t)data.size();
+        // Input and output both end at a guard page.
+        zt::GuardedBuffer in(data.size());
+        in.assign(data.data(), data.size());
+        const uint8_t* const s = in.data();
+        const Bytes& src = data;
         zt::GuardedBuffer out(bound(src.size()));
         int32_t written = -1;
-        ASSERT_EQ(zemsEncodeLZ4_8u(src.data(), n, out.data(), &written, table.data()), 0);
+        ASSERT_EQ(zemsEncodeLZ4_8u(s, n, out.data(), &written, table.data()), 0);
         expect_decodes(out.data(), (size_t)written, src);
         Bytes dflt(out.data(), out.data() + written);
 
         for (int accel : {1, 2, 8, 100}) {
-            ASSERT_EQ(zemsEncodeLZ4Fast_8u(src.data(), n, out.data(), &written, table.data(), accel), 0);
+            ASSERT_EQ(zemsEncodeLZ4Fast_8u(s, n, out.data(), &written, table.data(), accel), 0);
             expect_decodes(out.data(), (size_t)written, src);
             if (accel == 1) {
                 ASSERT_EQ(Bytes(out.data(), out.data() + written), dflt);
@@ -75,7 +89,7 @@ TEST(Lz4Encode, EveryEncoderDecodesWithLiblzAtAGuardPage) {
 
         int32_t consumed = n;
         written = (int32_t)out.size();
-        ASSERT_EQ(zemsEncodeLZ4Safe_8u(src.data(), &consumed, out.data(), &written, table.data()), 0);
+        ASSERT_EQ(zemsEncodeLZ4Safe_8u(s, &consumed, out.data(), &written, table.data()), 0);
         EXPECT_EQ(consumed, n);
         ASSERT_EQ(Bytes(out.data(), out.data() + written), dflt);  // the same search
     }

@@ -28,7 +28,7 @@ struct EncodeJob {
     // External history: position q < src_pos is dict_at[q], valid for q in [dict_lo, src_pos).
     const uint8_t* dict_at;
     int64_t dict_lo;
-    // The probe schedule: `accel` 0 for the default schedule, else the fast encoder's stride.
+    // The probe schedule: 1 for the default one, above 1 the fast encoder's starting stride.
     uint32_t accel;
 };
 
