@@ -106,7 +106,93 @@ ZEM_API zemStatus zemsCRC32C_8u(const uint8_t* src, int32_t len, uint32_t* pCRC)
 /* LZ4 block codec                                                                              */
 /* ------------------------------------------------------------------------------------------- */
 
-/* @@lz4@@ */
+/* Worst-case block size: the unbounded encoders (zemsEncodeLZ4_8u, zemsEncodeLZ4Fast_8u,
+ * zemsEncodeLZ4Dict_8u) do not check their output, so the caller provides at least
+ * ZEM_LZ4_BOUND(srcLen) = srcLen + srcLen / 255 + 16 bytes (every byte a literal, its extension
+ * bytes, the token and room for wide stores). See docs/lz4.md. */
+#define ZEM_LZ4_BOUND(srcLen) ((srcLen) + (srcLen) / 255 + 16)
+
+/* Decodes one LZ4 block of srcLen bytes at src into dst. *pDstLen holds the capacity on entry and
+ * receives the bytes produced. Matches may not reach before dst.
+ * Statuses: zemStatusNullPtr, zemStatusSize (srcLen or capacity below 1, or a match length that
+ * overflows 32 bits), zemStatusError (a match before dst; nothing written back),
+ * zemStatusDstTooSmall (output full: *pDstLen is what fit), zemStatusSrcTooShort (the block is cut
+ * short; also a 1-byte input, reported with 0 bytes produced), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeLZ4_8u(const uint8_t* src, int32_t srcLen, uint8_t* dst, int32_t* pDstLen);
+
+/* Decodes one LZ4 block whose matches may reach into history. *pSrcLen: input length in, bytes
+ * consumed out. Output starts at dst + dstIdx; *pDstLen: capacity in, bytes produced out (both
+ * counted from dst + dstIdx). The history is chosen in this order:
+ *  - pDict null or dictLen 0: none; matches may not reach before dst + dstIdx;
+ *  - pDict + dictLen == dst + dstIdx: the dictLen bytes right before the output are history;
+ *  - otherwise a separate dictionary of dictLen (>= 1) bytes stands for the first dictLen bytes of
+ *    dst: a match byte at position i < dictLen of dst is read from pDict[i], never from dst.
+ *    Pass dstIdx >= dictLen (dictLen plus the earlier output kept in dst).
+ * Statuses as zemsDecodeLZ4_8u; the counts are written on zemStatusOk, zemStatusSrcTooShort and
+ * zemStatusDstTooSmall. */
+ZEM_API zemStatus zemsDecodeLZ4Dict_8u(const uint8_t* src, int32_t* pSrcLen, uint8_t* dst, int32_t dstIdx,
+                                       int32_t* pDstLen, const uint8_t* pDict, int32_t dictLen);
+
+/* Stores the size of the encoders' hash table, 16384 bytes, in *pSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4HashTableGetSize_8u(int32_t* pSize);
+
+/* Zeroes the part of the hash table that an input of srcLen bytes uses (16384 bytes from 65536
+ * bytes on, else 8192). The encoders clear the table themselves; this is for other uses.
+ * Statuses: zemStatusNullPtr, zemStatusSize (srcLen below 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4HashTableInit_8u(uint8_t* pHashTable, int32_t srcLen);
+
+/* Encodes srcLen bytes at src as one LZ4 block at dst and stores its size in *pDstLen (not read
+ * on entry). The output is not bounded: provide ZEM_LZ4_BOUND(srcLen) bytes. pHashTable is the
+ * caller's 16384-byte table; it is cleared first, before the other pointers are checked.
+ * Statuses: zemStatusNullPtr, zemStatusSize (srcLen below 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4_8u(const uint8_t* src, int32_t srcLen, uint8_t* dst, int32_t* pDstLen,
+                                   uint8_t* pHashTable);
+
+/* As zemsEncodeLZ4_8u, but never writes past the output capacity. *pSrcLen: input length in,
+ * bytes consumed out; *pDstLen: capacity in, bytes written out. When the output is too small the
+ * block ends early and is a complete block of the consumed prefix.
+ * Statuses: zemStatusNullPtr, zemStatusSize (length or capacity below 1), zemStatusDstTooSmall
+ * (only a prefix was encoded), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4Safe_8u(const uint8_t* src, int32_t* pSrcLen, uint8_t* dst, int32_t* pDstLen,
+                                       uint8_t* pHashTable);
+
+/* As zemsEncodeLZ4_8u with an acceleration: 1 is exactly zemsEncodeLZ4_8u; larger values probe
+ * fewer positions (faster, larger output). Unbounded output: provide ZEM_LZ4_BOUND(srcLen) bytes.
+ * Statuses: zemStatusNullPtr, zemStatusSize (srcLen below 1), zemStatusBadMode (acceleration
+ * below 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4Fast_8u(const uint8_t* src, int32_t srcLen, uint8_t* dst, int32_t* pDstLen,
+                                       uint8_t* pHashTable, int32_t acceleration);
+
+/* Zeroes the whole 16384-byte table of the dictionary encoders.
+ * Statuses: zemStatusNullPtr, zemStatusSize (srcLen below 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4DictHashTableInit_8u(uint8_t* pHashTable, int32_t srcLen);
+
+/* Enters every third position of a dictionary of dictLen bytes into the dictionary table
+ * (position p of the dictionary as p). Dictionaries of fewer than 9 bytes load nothing.
+ * Statuses: zemStatusNullPtr, zemStatusSize (dictLen below 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4LoadDict_8u(uint8_t* pHashTable, const uint8_t* pDict, int32_t dictLen);
+
+/* Encodes srcLen bytes at src as one LZ4 block whose matches may reach into history, and stores
+ * its size in *pDstLen. srcIdx counts the history: with pDict null or dictLen 0 (or pDict +
+ * srcIdx == src with srcIdx == dictLen) the srcIdx bytes right before src; otherwise the
+ * separate dictionary pDict of dictLen bytes, whose last byte stands for the byte before src
+ * (pass srcIdx == dictLen, and decode with zemsDecodeLZ4Dict_8u and dstIdx == dictLen).
+ * pHashTable persists between the blocks of a stream: a positive srcIdx keeps it, lowering every
+ * entry above srcIdx - 1 (so a table of an earlier stream is safe), otherwise it is zeroed; this
+ * step comes first. The output is not bounded: provide ZEM_LZ4_BOUND(srcLen) bytes.
+ * Statuses: zemStatusNullPtr, zemStatusSize (srcLen below 1, dictLen negative), zemStatusBadArg
+ * (srcIdx negative), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4Dict_8u(const uint8_t* src, int32_t srcIdx, int32_t srcLen, uint8_t* dst,
+                                       int32_t* pDstLen, uint8_t* pHashTable, const uint8_t* pDict,
+                                       int32_t dictLen);
+
+/* As zemsEncodeLZ4Dict_8u with in/out lengths and a bounded output, as zemsEncodeLZ4Safe_8u;
+ * its table step lowers entries above srcIdx (not srcIdx - 1) to srcIdx.
+ * Statuses: zemStatusNullPtr, zemStatusSize, zemStatusBadArg, zemStatusDstTooSmall, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4DictSafe_8u(const uint8_t* src, int32_t srcIdx, int32_t* pSrcLen, uint8_t* dst,
+                                           int32_t* pDstLen, uint8_t* pHashTable, const uint8_t* pDict,
+                                           int32_t dictLen);
 
 /* ------------------------------------------------------------------------------------------- */
 /* LZ4 high compression                                                                         */

@@ -1,0 +1,345 @@
+// LZ4 block decoder: plain, with a prefix dictionary in the same memory, and with a separate
+// dictionary.
+//
+// Two loops. The fast loop runs while the input is at least 33 bytes (32 with a prefix
+// dictionary) and the output at least 64 bytes from their ends: it copies literals and matches
+// with wide stores that may run past the bytes that count, which is what makes it fast. Any
+// sequence that would bring either end closer is handed, from its token, to the careful loop,
+// which checks every access and decides the statuses. Because the fast loop only takes sequences
+// that the careful loop would accept unchanged, the result never depends on which loop ran.
+#include <immintrin.h>
+
+#include "core/check.h"
+#include "lz4/lz4_block.h"
+
+namespace zem::lz4 {
+
+namespace {
+
+enum class Dict { None, Prefix, External };
+
+// Shuffle that spreads the first `offset` bytes of a 16-byte load over 32 bytes: byte i of the
+// result is byte (i mod offset) of the source, (i mod 16) for offset 0.
+struct PatternTable {
+    uint8_t mask[16][32];
+};
+constexpr PatternTable make_patterns() {
+    PatternTable t{};
+    for (int d = 0; d < 16; ++d)
+        for (int i = 0; i < 32; ++i) t.mask[d][i] = (uint8_t)(d == 0 ? i % 16 : i % d);
+    return t;
+}
+alignas(32) constexpr PatternTable kPatterns = make_patterns();
+
+// The largest multiple of the offset that does not exceed 32 (32 for offset 0): how far the
+// 32-byte pattern moves between stores.
+constexpr uint8_t kPatternStep[16] = {32, 32, 32, 30, 32, 30, 30, 28, 32, 27, 30, 22, 24, 26, 28, 30};
+
+ZEM_INLINE void copy16(const uint8_t* s, uint8_t* d) {
+    _mm_storeu_si128((__m128i*)d, _mm_loadu_si128((const __m128i*)s));
+}
+ZEM_INLINE void copy32(const uint8_t* s, uint8_t* d) {
+    _mm256_storeu_si256((__m256i*)d, _mm256_loadu_si256((const __m256i*)s));
+}
+
+// Fast-loop match copy. Writes up to 63 bytes past d + n; reads below d + n.
+ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
+    const uint8_t* s = d - offset;
+    if (offset < 16) {
+        __m256i src = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i*)s));
+        __m256i pat = _mm256_shuffle_epi8(src, _mm256_load_si256((const __m256i*)kPatterns.mask[offset]));
+        size_t step = kPatternStep[offset];
+        _mm256_storeu_si256((__m256i*)d, pat);
+        for (size_t i = step; i < n; i += step) _mm256_storeu_si256((__m256i*)(d + i), pat);
+        return;
+    }
+    if (offset >= 32) {
+        // Two 16-byte copies cover the common short match without a length test.
+        // Matches that get here are mostly longer than 18 bytes: two stores cover up to 64
+        // without a length test. (The second load reads only bytes that precede it or that the
+        // first store wrote.)
+        copy32(s, d);
+        copy32(s + 32, d + 32);
+        for (size_t i = 64; i < n; i += 32) copy32(s + i, d + i);
+        return;
+    }
+    copy16(s, d);
+    // Each store is right only for its first `offset` bytes; the next store starts there.
+    for (size_t i = 16; i < n; i += offset) copy32(s + i, d + i);
+}
+
+// Careful-loop match copy: exactly n bytes, the same result as a forward byte-by-byte copy.
+// Offset 0 copies each byte onto itself, which leaves the output as it was.
+ZEM_INLINE void exact_match(uint8_t* d, size_t offset, size_t n) {
+    if (offset == 0) return;
+    const uint8_t* s = d - offset;
+    if (offset >= n) {
+        copy_literals(s, d, n);
+        return;
+    }
+    size_t i = 0;
+    if (offset >= 8) {
+        for (; i + 8 <= n; i += 8) memcpy(d + i, s + i, 8);
+    } else {
+        // Broadcast the offset's bytes into a word that repeats with the offset's period.
+        uint8_t pat[16];
+        for (size_t k = 0; k < 16; ++k) pat[k] = s[k % offset];
+        size_t step = 8 / offset * offset;
+        uint64_t w;
+        memcpy(&w, pat, 8);
+        for (; i + 8 <= n; i += step) memcpy(d + i, &w, 8);
+    }
+    for (; i < n; ++i) d[i] = s[i];
+}
+
+// Literal copy of the careful loop: exact length; a forward byte loop where input and output
+// could overlap.
+ZEM_INLINE void exact_literals(const uint8_t* s, uint8_t* d, size_t n) {
+    if (s + n <= d || d + n <= s) {
+        copy_literals(s, d, n);
+    } else {
+        for (size_t i = 0; i < n; ++i) d[i] = s[i];
+    }
+}
+
+struct Block {
+    const uint8_t* src;
+    int32_t src_len;
+    uint8_t* out;
+    int32_t cap;
+    const uint8_t* low;  // no match source may lie before this
+    // Separate dictionary: it stands for the first dict_len bytes of the output buffer `low`.
+    const uint8_t* dict;
+    size_t dict_len;
+};
+
+// Match copy with a separate dictionary: bytes of positions below dict_len (counted from the
+// output buffer's start) come from the dictionary, the rest from the output itself.
+ZEM_INLINE void dict_match(const Block& b, uint8_t* d, size_t offset, size_t n) {
+    size_t pos = size_t(d - b.low) - offset;
+    if (pos < b.dict_len) {
+        size_t k = b.dict_len - pos;
+        if (k > n) k = n;
+        const uint8_t* s = b.dict + pos;
+        for (size_t i = 0; i < k; ++i) d[i] = s[i];
+        d += k;
+        n -= k;
+    }
+    exact_match(d, offset, n);
+}
+
+template <Dict K>
+ZEM_INLINE bool from_dict(const Block& b, const uint8_t* op, size_t offset) {
+    if constexpr (K == Dict::External)
+        return size_t(op - b.low) - offset < b.dict_len;
+    else
+        return false;
+}
+
+template <Dict K>
+constexpr size_t kInMargin = K == Dict::Prefix ? 32 : 33;
+constexpr size_t kOutMargin = 64;
+
+struct Cursor {
+    const uint8_t* ip;
+    uint8_t* op;
+    bool error;
+};
+
+// The fast loop, on its own so that its few live values all stay in registers. Returns where
+// the careful loop goes on (at the token of a handed-over sequence), or an offset error.
+template <Dict K>
+ZEM_NOINLINE Cursor fast_loop(const Block& b) {
+    const uint8_t* ip = b.src;
+    uint8_t* op = b.out;
+    const uint8_t* const low = b.low;
+    const uint8_t* const ilimit = b.src + b.src_len - kInMargin<K>;
+    uint8_t* const olimit = b.out + b.cap - kOutMargin;
+    while (ip < ilimit && op < olimit) {
+        const uint8_t* const seq = ip;
+        uint8_t* const seq_out = op;
+        // The next token's address in the common case, computed apart from the token load so
+        // that the loop-carried chain is load, shift, add (a three-part address would add two
+        // cycles of latency to every sequence).
+        const uint8_t* next = ip + 3;
+        __asm__("" : "+r"(next));
+        const unsigned token = *ip++;
+        size_t lit = token >> 4;
+        if (ZEM_LIKELY(lit < kRunMask)) {
+            copy16(ip, op);
+            // The common sequence: a short literal run and a short match from at least 16
+            // bytes back, copied with two fixed 16-byte copies and one combined test. (The
+            // second copy reads only bytes that the first has written or that precede it.)
+            if constexpr (K != Dict::External) {
+                const size_t offset = load16(ip + lit);
+                const size_t len = token & kRunMask;
+                uint8_t* const mop = op + lit;
+                if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & (ptrdiff_t(offset) <= mop - low))) {
+                    copy16(mop - offset, mop);
+                    copy16(mop - offset + 16, mop + 16);
+                    ip = next + lit;
+                    op = mop + len + kMinMatch;
+                    continue;
+                }
+            }
+        } else {
+            unsigned x;
+            do {
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, false};
+                x = *ip++;
+                lit += x;
+            } while (x == 255);
+            if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op))) return {seq, seq_out, false};
+            copy32(ip, op);
+            for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
+        }
+        ip += lit;
+        op += lit;
+
+        const size_t offset = load16(ip);
+        ip += 2;
+        if (ZEM_UNLIKELY(ptrdiff_t(offset) > op - low)) return {ip, op, true};
+        size_t len = token & kRunMask;
+        if (ZEM_UNLIKELY(len == kRunMask)) {
+            unsigned x;
+            do {
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, false};
+                x = *ip++;
+                len += x;
+            } while (x == 255);
+        }
+        len += kMinMatch;
+        if (ZEM_UNLIKELY(len >= size_t(olimit - op))) return {seq, seq_out, false};
+        if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
+            dict_match(b, op, offset, len);
+        else
+            wild_match(op, offset, len);
+        op += len;
+    }
+    return {ip, op, false};
+}
+
+template <Dict K>
+zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
+    const uint8_t* ip = b.src;
+    const uint8_t* const E = b.src + b.src_len;
+    uint8_t* op = b.out;
+    uint8_t* const F = b.out + b.cap;
+    // A lone byte is a token without its sequence: a short input, with nothing consumed.
+    const zemStatus clean = b.src_len == 1 ? zemStatusSrcTooShort : zemStatusOk;
+    const uint8_t* const low = b.low;
+
+    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin) {
+        const Cursor c = fast_loop<K>(b);
+        if (c.error) return zemStatusError;
+        ip = c.ip;
+        op = c.op;
+    }
+
+    for (;;) {
+        if (ip >= E - 1) break;
+        const unsigned token = *ip++;
+        size_t lit = token >> 4;
+        if (lit == kRunMask) {
+            unsigned x;
+            do {
+                if (ip >= E) break;
+                x = *ip++;
+                lit += x;
+            } while (x == 255);
+        }
+        if (lit > size_t(F - op)) {
+            while (op < F && ip < E) *op++ = *ip++;
+            *pSrcLen = int32_t(ip - b.src);
+            *pDstLen = int32_t(op - b.out);
+            return zemStatusDstTooSmall;
+        }
+        const size_t in_left = size_t(E - ip);
+        if (lit != in_left && lit + 8 > in_left) {
+            // The run ends inside the last 7 bytes without ending exactly at the input's end,
+            // or runs past it: a cut block.
+            while (op < F && ip < E) *op++ = *ip++;
+            *pSrcLen = int32_t(ip - b.src);
+            *pDstLen = int32_t(op - b.out);
+            return zemStatusSrcTooShort;
+        }
+        exact_literals(ip, op, lit);
+        ip += lit;
+        op += lit;
+        if (ip >= E || op >= F) break;
+
+        const size_t offset = load16(ip);
+        ip += 2;
+        if (ptrdiff_t(offset) > op - low) return zemStatusError;
+        size_t len = token & kRunMask;
+        if (len == kRunMask) {
+            unsigned x;
+            do {
+                if (ip >= E) {
+                    // The length's extension bytes run off the input.
+                    *pSrcLen = int32_t(ip - b.src);
+                    *pDstLen = int32_t(op - b.out);
+                    return zemStatusSrcTooShort;
+                }
+                x = *ip++;
+                len += x;
+            } while (x == 255);
+        }
+        len += kMinMatch;
+        if (len > size_t(INT32_MAX)) return zemStatusSize;
+        if (len > size_t(F - op)) {
+            const size_t room = size_t(F - op);
+            if (room != 0) {
+                if (from_dict<K>(b, op, offset))
+                    dict_match(b, op, offset, room);
+                else
+                    exact_match(op, offset, room);
+            }
+            *pSrcLen = int32_t(ip - b.src);
+            *pDstLen = b.cap;
+            return zemStatusDstTooSmall;
+        }
+        if (from_dict<K>(b, op, offset))
+            dict_match(b, op, offset, len);
+        else
+            exact_match(op, offset, len);
+        op += len;
+    }
+    *pSrcLen = int32_t(ip - b.src);
+    *pDstLen = int32_t(op - b.out);
+    return clean;
+}
+
+}  // namespace
+
+}  // namespace zem::lz4
+
+ZEM_API zemStatus zemsDecodeLZ4_8u(const uint8_t* src, int32_t srcLen, uint8_t* dst, int32_t* pDstLen) {
+    if (zem::any_null(src, dst, pDstLen)) return zemStatusNullPtr;
+    if (srcLen < 1 || *pDstLen < 1) return zemStatusSize;
+    int32_t consumed = srcLen;
+    const zem::lz4::Block b{src, srcLen, dst, *pDstLen, dst, nullptr, 0};
+    return zem::lz4::decode<zem::lz4::Dict::None>(b, &consumed, pDstLen);
+}
+
+ZEM_API zemStatus zemsDecodeLZ4Dict_8u(const uint8_t* src, int32_t* pSrcLen, uint8_t* dst, int32_t dstIdx,
+                                       int32_t* pDstLen, const uint8_t* pDict, int32_t dictLen) {
+    using zem::lz4::Block;
+    using zem::lz4::Dict;
+    using zem::lz4::decode;
+    if (zem::any_null(src, pSrcLen, dst, pDstLen)) return zemStatusNullPtr;
+    if (*pSrcLen < 1 || *pDstLen < 1) return zemStatusSize;
+    uint8_t* out = dst + dstIdx;
+    if (pDict == nullptr || dictLen == 0) {
+        const Block b{src, *pSrcLen, out, *pDstLen, out, nullptr, 0};
+        return decode<Dict::None>(b, pSrcLen, pDstLen);
+    }
+    if ((uintptr_t)pDict + (uintptr_t)(intptr_t)dictLen == (uintptr_t)out) {
+        // The dictionary is the memory right before the output: matches may reach into it.
+        const Block b{src, *pSrcLen, out, *pDstLen, pDict, nullptr, 0};
+        return decode<Dict::Prefix>(b, pSrcLen, pDstLen);
+    }
+    if (dictLen < 1) return zemStatusSize;
+    const Block b{src, *pSrcLen, out, *pDstLen, dst, pDict, (size_t)dictLen};
+    return decode<Dict::External>(b, pSrcLen, pDstLen);
+}

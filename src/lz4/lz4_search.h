@@ -1,0 +1,225 @@
+// The match search that every fast LZ4 encoder runs, as one template over its variants:
+// table entry width and hash bits, bounded or unbounded output, the kind of history (none, in
+// memory before the input, a separate dictionary) and the probe schedule.
+//
+// Positions are counted from a base: the input's start without history, the history's start
+// otherwise. The table keeps the latest position seen for each hash; an entry is only a
+// candidate, confirmed by comparing four bytes, so stale entries cost one failed compare.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "lz4/lz4_block.h"
+
+namespace zem::lz4 {
+
+enum class History { None, InMemory, External };
+
+struct EncodeJob {
+    const uint8_t* src;
+    size_t len;
+    uint8_t* out;
+    size_t cap;  // read only by the bounded encoders
+    void* table;
+    // Position numbering: byte at position p (p >= src_pos) is base[p].
+    const uint8_t* base;
+    uint32_t src_pos;
+    // External history: position q < src_pos is dict_at[q], valid for q in [dict_lo, src_pos).
+    const uint8_t* dict_at;
+    int64_t dict_lo;
+    // The probe schedule: 1 for the default one, above 1 the fast encoder's starting stride.
+    uint32_t accel;
+};
+
+// A job without history; the history encoders then set base, src_pos and the dictionary.
+inline EncodeJob make_job(const uint8_t* src, int32_t len, uint8_t* dst, int32_t cap, void* table, uint32_t accel) {
+    EncodeJob j{};
+    j.src = src;
+    j.len = (size_t)len;
+    j.out = dst;
+    j.cap = cap > 0 ? (size_t)cap : 0;
+    j.table = table;
+    j.base = src;
+    j.accel = accel;
+    return j;
+}
+
+struct EncodeResult {
+    size_t written;
+    size_t consumed;
+};
+
+// Whether a found match is also extended backwards over the literals before it. It costs a
+// byte compare or two per match and gains about 3% of output size on text and binaries.
+inline constexpr bool kExtendBackwards = true;
+
+namespace search {
+
+// The probe schedule: `dense` probes one position apart, then a growing stride, the next
+// position being (counter++ >> shift) further on.
+struct Schedule {
+    size_t dense;
+    uint32_t counter;
+    unsigned shift;
+};
+
+}  // namespace search
+
+template <class Entry, int Bits, bool Bounded, History H>
+EncodeResult encode_block(const EncodeJob& j) {
+    const uint8_t* const src = j.src;
+    const uint8_t* const E = src + j.len;
+    const uint8_t* anchor = src;
+    uint8_t* op = j.out;
+    uint8_t* const oend = j.out + j.cap;
+    Entry* const table = (Entry*)j.table;
+    const uint8_t* const base = j.base;
+    // The bounded encoders remember their last sequences, to take back those that a block cut
+    // short would leave too close to its end (see below).
+    struct Emitted {
+        uint8_t* op;
+        const uint8_t* anchor;
+        size_t mlen;
+    };
+    constexpr unsigned kKept = Bounded ? 8 : 1;  // a power of two: a ring of the latest
+    Emitted kept[kKept];
+    unsigned head = 0, nkept = 0;
+
+    // Inputs of 45 bytes or fewer have no probe position before the margin.
+    if (j.len > kProbeMargin + (j.accel > 1 ? 1 : 0)) {
+        const uint8_t* const probe_end = E - kProbeMargin;
+        const uint8_t* const match_limit = E - kLastLiterals;
+        const uint8_t* ip = src + 1;
+
+        search::Schedule s;
+        if (j.accel > 1) {
+            s = {0, 64 * j.accel + 4, 6};
+        } else if constexpr (H != History::None) {
+            // The first 64 positions of the whole stream are probed one by one.
+            uint32_t first = j.src_pos + 1;
+            s = {first < 64 ? size_t(64 - first) : 0, 64, 6};
+        } else if constexpr (sizeof(Entry) == 4) {
+            s = {64, 64, 6};
+        } else {
+            s = {16, 16, 4};
+        }
+
+        for (;;) {
+            // Find a candidate: every probe stores its position before the compare.
+            const uint8_t* cand;
+            uint32_t pos, q;
+            bool in_dict = false;
+            // Probes the position at p, whose hash is h and whose first four bytes are word.
+            auto probe = [&](const uint8_t* p, uint32_t h, uint32_t word) -> bool {
+                pos = uint32_t(p - base);
+                q = table[h];
+                table[h] = (Entry)pos;
+                if constexpr (H == History::None && sizeof(Entry) == 2) {
+                    cand = base + q;
+                    return load32(cand) == word;
+                } else if constexpr (H != History::External) {
+                    // Also rejects q == pos, which a table left by an earlier call may hold.
+                    // Every entry lies inside the input or its history, so the candidate is read
+                    // whatever its distance: one well-predicted branch instead of two.
+                    cand = base + q;
+                    return (uint32_t(pos - q - 1) < kMaxOffset) & (load32(cand) == word);
+                } else {
+                    if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
+                    if (q >= j.src_pos) {
+                        cand = base + q;
+                        return load32(cand) == word;
+                    }
+                    if (int64_t(q) < j.dict_lo || q + kMinMatch > j.src_pos) return false;
+                    cand = j.dict_at + q;
+                    return in_dict = load32(cand) == word;
+                }
+            };
+            // Dense probes: one 8-byte load serves the hashes of three neighbours (two with the
+            // 16-bit table's shorter inputs, where the dense run is short anyway).
+            const uint8_t* dense_end = ip + s.dense;
+            if (dense_end > probe_end) dense_end = probe_end;
+            while (ip + 2 < dense_end) {
+                const uint64_t w = load64(ip);
+                if (probe(ip, hash_word<Bits>(w), uint32_t(w))) goto found;
+                if (probe(ip + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
+                    ip += 1;
+                    goto found;
+                }
+                if (probe(ip + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
+                    ip += 2;
+                    goto found;
+                }
+                ip += 3;
+            }
+            for (; ip < dense_end; ++ip)
+                if (probe(ip, hash5<Bits>(ip), load32(ip))) goto found;
+            for (;;) {
+                if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
+                if (probe(ip, hash5<Bits>(ip), load32(ip))) break;
+                ip += s.counter++ >> s.shift;
+            }
+        found:
+            size_t mlen;
+            if (H == History::External && in_dict) {
+                // A match from the dictionary stops at the dictionary's end.
+                const uint8_t* lim = ip + (j.src_pos - q);
+                if (lim > E - 13) lim = E - 13;
+                mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
+            } else {
+                mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, match_limit);
+                if constexpr (kExtendBackwards) {
+                    // Probes skip positions, so a match often starts a little before where it
+                    // was found: take back the equal bytes that precede it (never past the
+                    // literals' start or the history's).
+                    const uint8_t* const lowest = H == History::External ? src : base;
+                    while (ip > anchor && cand > lowest && ip[-1] == cand[-1]) {
+                        --ip;
+                        --cand;
+                        ++mlen;
+                    }
+                    pos = uint32_t(ip - base);
+                    q = uint32_t(cand - base);
+                }
+            }
+            const size_t nlit = size_t(ip - anchor);
+            if constexpr (Bounded) {
+                if (sequence_worst_size(nlit, mlen) >= size_t(oend - op)) goto last;
+            }
+            if constexpr (Bounded) {
+                kept[head++ & (kKept - 1)] = {op, anchor, mlen};
+                if (nkept < kKept) ++nkept;
+            }
+            // The unbounded encoders' worst-case output leaves the room for wide copies: a
+            // sequence starts at least 44 bytes before the input's end, each of which the bound
+            // still counts.
+            const bool wild = !Bounded || size_t(oend - op) >= nlit + nlit / 255 + 40;
+            op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
+            ip += mlen;
+            anchor = ip;
+            if (j.accel > 1)
+                s = {0, 64 * j.accel + 4, 6};
+            else
+                s = {mlen < 64 ? size_t(48) : 0, 128, 6};
+        }
+    }
+last:
+    size_t n = size_t(E - anchor);
+    if constexpr (Bounded) {
+        n = last_literals_that_fit(size_t(E - anchor), size_t(oend - op));
+        // A block cut short must still keep the format's end rules (at least 5 closing literals,
+        // the last match starting at least 12 bytes before the end), or decoders report it as
+        // cut. Taking back the last sequence frees at least 3 bytes for literals each time.
+        while (n < size_t(E - anchor) && nkept != 0 && (n < 5 || kept[(head - 1) & (kKept - 1)].mlen + n < 12)) {
+            const Emitted& e = kept[--head & (kKept - 1)];
+            --nkept;
+            op = e.op;
+            anchor = e.anchor;
+            n = last_literals_that_fit(size_t(E - anchor), size_t(oend - op));
+        }
+    }
+    op = write_last_literals(op, anchor, n);
+    return {size_t(op - j.out), size_t(anchor - src) + n};
+}
+
+}  // namespace zem::lz4
