@@ -136,6 +136,23 @@ ZEM_INLINE void insert_until(Encoder& e, uint32_t target) {
     e.next = target;
 }
 
+// Measures a dictionary candidate q for the bytes at ip: forwards up to the dictionary's end
+// and then on against the start of the input, which follows it in the numbering; backwards
+// (unless kForwardOnly) down to ip_low and the low limit. Returns the back count in pos and the
+// whole length in len (0 when fewer than four bytes agree from ip on).
+template <bool kForwardOnly>
+ZEM_INLINE Match count_dict(const Encoder& e, uint32_t q, const uint8_t* ip, const uint8_t* ip_low) {
+    const uint8_t* mp = e.dict_base + q;
+    const uint8_t* in_dict_end = ip + (e.src_pos - q);
+    const uint8_t* lim = in_dict_end < e.limit ? in_dict_end : e.limit;
+    int32_t fwd = count_forward(mp, ip, lim);
+    if (ip + fwd == in_dict_end) fwd += count_forward(e.base + e.src_pos, in_dict_end, e.limit);
+    if (fwd < kMinMatch) return Match{0, 0, 0};
+    int32_t back = 0;
+    if (!kForwardOnly && ip > ip_low) back = count_backward(mp, e.dict_base + e.low, ip, ip_low);
+    return Match{(uint32_t)back, 0, back + fwd};
+}
+
 // Walks the chain of position s for a match longer than `best` that covers s and starts no
 // earlier than start_low (start_low == s: a plain search; below s: a wider match that may
 // reach back into the current one). Returns a match of length `best` when none is longer.
@@ -145,8 +162,9 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     Match m{s, 0, best};
     const uint8_t* const base = e.base;
     const uint8_t* const ip = base + s;
+    const uint8_t* const limit = e.limit;
     // No candidate can beat a match that already runs to the limit.
-    const int32_t room = int32_t(e.limit - (base + start_low));
+    const int32_t room = int32_t(limit - (base + start_low));
     if (best >= room) return m;
     // Valid candidates lie in [lo, s): not position 0, not below the low limit, not farther
     // than the largest distance, not at or after s (stale entries of a longer stream).
@@ -154,47 +172,81 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
     if (lo >= s) return m;
     const uint32_t span = s - lo;
-    const uint8_t* const ip_low = base + start_low;
-    const uint8_t* const mem_low = base + (kExtDict ? (e.low > e.src_pos ? e.low : e.src_pos) : e.low);
-    // Any strictly longer match covers s up to start_low + best, so the four bytes that end
-    // there must agree: the quick reject never drops a candidate that could win.
-    int32_t o = int32_t(start_low + (uint32_t)best - s);
-    if (o < 3) o = 3;
+    const uint32_t* const chain = e.chain;
     uint32_t q = e.head[hash_at(ip)];
-    for (int32_t n = e.attempts; n > 0 && q - lo < span; --n) {
-        if (!kExtDict || q >= e.src_pos) {
-            const uint8_t* mp = base + q;
-            if (load32(mp + o - 3) == load32(ip + o - 3)) {
-                int32_t fwd = count_forward(mp, ip, e.limit);
-                if (fwd >= kMinMatch) {
-                    int32_t back = ip > ip_low ? count_backward(mp, mem_low, ip, ip_low) : 0;
-                    if (back + fwd > m.len) {
-                        m = Match{s - (uint32_t)back, s - q, back + fwd};
-                        if (m.len >= room) break;
-                        o = int32_t(start_low + (uint32_t)m.len - s);
-                        if (o < 3) o = 3;
+    int32_t n = e.attempts;
+
+    if (s == start_low) {
+        // Any longer match agrees on the four bytes that end at the current best length: a
+        // quick reject that never drops a winner, and after the first hit it rejects nearly
+        // every other candidate.
+        int32_t o = best > 3 ? best : 3;
+        for (; n > 0 && q - lo < span; --n) {
+            if (!kExtDict || q >= e.src_pos) {
+                const uint8_t* mp = base + q;
+                if (load32(mp + o - 3) == load32(ip + o - 3)) {
+                    int32_t fwd = count_forward(mp, ip, limit);
+                    if (fwd > m.len) {
+                        m = Match{s, s - q, fwd};
+                        if (fwd >= room) break;
+                        o = fwd;
                     }
                 }
-            }
-        } else {
-            // A dictionary candidate: compare up to the dictionary's end, then go on against
-            // the start of the input, which follows it in the numbering.
-            const uint8_t* mp = e.dict_base + q;
-            const uint8_t* in_dict_end = ip + (e.src_pos - q);
-            const uint8_t* lim = in_dict_end < e.limit ? in_dict_end : e.limit;
-            int32_t fwd = count_forward(mp, ip, lim);
-            if (ip + fwd == in_dict_end) fwd += count_forward(base + e.src_pos, in_dict_end, e.limit);
-            if (fwd >= kMinMatch) {
-                int32_t back = ip > ip_low ? count_backward(mp, e.dict_base + e.low, ip, ip_low) : 0;
-                if (back + fwd > m.len) {
-                    m = Match{s - (uint32_t)back, s - q, back + fwd};
-                    if (m.len >= room) break;
-                    o = int32_t(start_low + (uint32_t)m.len - s);
-                    if (o < 3) o = 3;
+            } else {
+                int32_t fwd = count_dict<true>(e, q, ip, ip).len;
+                if (fwd > m.len) {
+                    m = Match{s, s - q, fwd};
+                    if (fwd >= room) break;
+                    o = fwd;
                 }
             }
+            q = chain[q & kChainMask];
         }
-        q = e.chain[q & kChainMask];
+        return m;
+    }
+
+    // A wider search: a winner may extend back as far as start_low, so only the bytes from s on
+    // are certain to agree, and most candidates of the chain pass any sound quick reject.
+    // Instead every candidate is measured without branching on its bytes: one 32-byte compare
+    // forwards, one 8-byte compare backwards, continued only for the rare longer runs.
+    const uint8_t* const ip_low = base + start_low;
+    const uint32_t back_room = s - start_low;
+    const uint32_t mem_low_pos = kExtDict ? (e.low > e.src_pos ? e.low : e.src_pos) : e.low;
+    const uint8_t* const mem_low = base + mem_low_pos;
+    const bool vector_ok = limit - ip >= 32 && s >= (kExtDict ? e.src_pos : 0) + 8;
+    const __m256i cur = vector_ok ? _mm256_loadu_si256((const __m256i*)ip) : _mm256_setzero_si256();
+    const uint64_t cur_back = vector_ok ? load64(ip - 8) : 0;
+    for (; n > 0 && q - lo < span; --n) {
+        if (!kExtDict || q >= e.src_pos) {
+            const uint8_t* mp = base + q;
+            const uint32_t back_max0 = q - mem_low_pos;
+            const uint32_t back_max = back_max0 < back_room ? back_max0 : back_room;
+            int32_t fwd, back;
+            if (ZEM_LIKELY(vector_ok && back_max0 >= 8)) {
+                uint32_t eq = (uint32_t)_mm256_movemask_epi8(
+                    _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+                fwd = (int32_t)_tzcnt_u32(~eq);
+                if (ZEM_UNLIKELY(fwd == 32)) fwd += count_forward(mp + 32, ip + 32, limit);
+                back = (int32_t)(_lzcnt_u64(load64(mp - 8) ^ cur_back) >> 3);
+                if (ZEM_UNLIKELY(back == 8 && back_max > 8)) back += count_backward(mp - 8, mem_low, ip - 8, ip_low);
+            } else {
+                fwd = count_forward(mp, ip, limit);
+                back = count_backward(mp, mem_low, ip, ip_low);
+            }
+            if (back > (int32_t)back_max) back = (int32_t)back_max;
+            const int32_t total = fwd >= kMinMatch ? back + fwd : 0;
+            if (total > m.len) {
+                m = Match{s - (uint32_t)back, s - q, total};
+                if (total >= room) break;
+            }
+        } else {
+            Match d = count_dict<false>(e, q, ip, ip_low);
+            if (d.len > m.len) {
+                m = Match{s - d.pos, s - q, d.len};
+                if (d.len >= room) break;
+            }
+        }
+        q = chain[q & kChainMask];
     }
     return m;
 }
