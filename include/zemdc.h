@@ -198,7 +198,50 @@ ZEM_API zemStatus zemsEncodeLZ4DictSafe_8u(const uint8_t* src, int32_t srcIdx, i
 /* LZ4 high compression                                                                         */
 /* ------------------------------------------------------------------------------------------- */
 
-/* @@lz4hc@@ */
+/* Reports the sizes of the two tables of the high-compression encoder: *pHashSize receives
+ * 131072 (32768 positions, one per 15-bit hash), *pChainSize 262144 (65536 links, indexed by
+ * position modulo 65536). The caller allocates both and passes them as a pair of pointers,
+ * hash table first.
+ * Statuses: zemStatusNullPtr (either pointer null), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4HCHashTableGetSize_8u(int32_t* pHashSize, int32_t* pChainSize);
+
+/* Zeroes both tables of the pair ppTables[0] (hash table), ppTables[1] (chain table). A stream
+ * starts with clean tables; between the blocks of one stream the tables are kept, so that
+ * later blocks find matches in earlier ones.
+ * Statuses: zemStatusNullPtr (ppTables or the hash table null; a null chain table is reported
+ * after the hash table has been zeroed), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZ4HCHashTableInit_8u(uint8_t* const* ppTables);
+
+/* Encodes *pSrcLen bytes at src as one LZ4 block at dst (capacity *pDstLen), searching hash
+ * chains for the longest match. level 1..9 examines up to 2^(level-1) candidates per position;
+ * 0 means 9, a negative level 1, a level above 9 is 9.
+ * srcIdx counts the history bytes in memory right before src; positions are numbered from the
+ * start of that history, and the tables carry them from call to call. Matches reach no lower
+ * than max(srcIdx - dictLen, 0): without a dictionary (pDict null or dictLen 0) that is src
+ * itself. pDict/dictLen either describe that same history in place (pDict + dictLen == src,
+ * dictLen == srcIdx: all of it usable) or a separate dictionary that stands for the dictLen
+ * positions before src (its last byte is position srcIdx - 1).
+ * On return *pSrcLen holds the bytes consumed and *pDstLen the bytes written. When the output
+ * fills, the block ends after the last complete sequence and zemStatusDstTooSmall is returned
+ * with *pSrcLen covering exactly what that block decodes to; call again with fresh output for
+ * the rest. An output of srcLen + srcLen / 255 + 16 bytes is always enough.
+ * Statuses, in order of checking: zemStatusSize (a non-null pDict with dictLen below 0),
+ * zemStatusNullPtr (src, pSrcLen, dst, pDstLen, ppTables or either table null),
+ * zemStatusSize (*pSrcLen below 1), zemStatusBadArg (srcIdx below 0), zemStatusOk,
+ * zemStatusDstTooSmall. */
+ZEM_API zemStatus zemsEncodeLZ4HC_8u(const uint8_t* src, int32_t srcIdx, int32_t* pSrcLen, uint8_t* dst,
+                                     int32_t* pDstLen, uint8_t* const* ppTables, const uint8_t* pDict,
+                                     int32_t dictLen, int32_t level);
+
+/* As zemsEncodeLZ4HC_8u, with the lowest usable history position given by dictLimit (0 keeps
+ * the default max(srcIdx - dictLen, 0)). With a separate dictionary the limit is never taken
+ * below the dictionary's first byte. dictLen is not checked here.
+ * Statuses: zemStatusNullPtr (src, pSrcLen, dst, pDstLen, ppTables or either table null),
+ * zemStatusSize (*pSrcLen below 1), zemStatusBadArg (srcIdx below 0), zemStatusOk,
+ * zemStatusDstTooSmall. */
+ZEM_API zemStatus zemsEncodeLZ4HCDictLimit_8u(const uint8_t* src, int32_t srcIdx, int32_t* pSrcLen, uint8_t* dst,
+                                              int32_t* pDstLen, uint8_t* const* ppTables, const uint8_t* pDict,
+                                              int32_t dictLen, int32_t level, int32_t dictLimit);
 
 /* ------------------------------------------------------------------------------------------- */
 /* Inflate                                                                                      */

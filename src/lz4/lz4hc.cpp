@@ -1,0 +1,537 @@
+// The LZ4 high-compression encoder: hash chains searched to a depth set by the level, and a
+// parse that lets a longer match overlapping the current one take over part of it.
+//
+// Positions are numbered from the start of the history (src - srcIdx) and stored in the
+// caller's tables as they are, so that one pair of tables serves the successive blocks of a
+// stream. Nothing in the tables is trusted: a stale entry is either outside the window (and
+// ends its chain) or gets its bytes compared like any other candidate.
+#include <immintrin.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "core/check.h"
+#include "core/mem.h"
+#include "zemdc.h"
+
+namespace zem::lz4hc {
+
+inline constexpr int32_t kHashBytes = 131072;
+inline constexpr int32_t kChainBytes = 262144;
+inline constexpr uint32_t kHashMask = 0x7fff;
+inline constexpr uint32_t kChainMask = 0xffff;
+// One below the format's largest offset: the chain stops before it.
+inline constexpr uint32_t kMaxDistance = 65534;
+inline constexpr int32_t kMinMatch = 4;
+// The last five bytes are always literals, so no match reaches past E - 5.
+inline constexpr int32_t kLastLiterals = 5;
+// A search position needs this much room before E - 5: the first comparison is one full
+// 32-byte load on each side.
+inline constexpr int32_t kSearchRoom = 32;
+// A match reaching E - 13 or beyond is written as it stands, without looking for a wider one.
+inline constexpr int32_t kWideEnd = 13;
+// Shorter inputs are written as one literal run.
+inline constexpr int32_t kMinInput = 15;
+// The longest match length whose token nibble needs no extension byte.
+inline constexpr int32_t kNibbleLen = 18;
+// A later match starting this close to the current one replaces it outright.
+inline constexpr uint32_t kReplaceDistance = 3;
+
+namespace {
+
+ZEM_INLINE uint32_t load32(const uint8_t* p) {
+    uint32_t v;
+    memcpy(&v, p, 4);
+    return v;
+}
+
+ZEM_INLINE uint64_t load64(const uint8_t* p) {
+    uint64_t v;
+    memcpy(&v, p, 8);
+    return v;
+}
+
+ZEM_INLINE uint32_t hash_at(const uint8_t* p) { return _mm_crc32_u32(0, load32(p)) & kHashMask; }
+
+// Length of the common prefix of a and b, counted until b reaches b_end. a lies before b (or in
+// a dictionary that holds at least b_end - b bytes after a), so a never reads past its own data.
+ZEM_INLINE int32_t count_forward(const uint8_t* a, const uint8_t* b, const uint8_t* b_end) {
+    const uint8_t* const b0 = b;
+    while (b_end - b >= 32) {
+        __m256i x = _mm256_loadu_si256((const __m256i*)a);
+        __m256i y = _mm256_loadu_si256((const __m256i*)b);
+        uint32_t diff = ~(uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, y));
+        if (diff) return int32_t(b - b0) + (int32_t)__builtin_ctz(diff);
+        a += 32;
+        b += 32;
+    }
+    while (b_end - b >= 8) {
+        uint64_t diff = load64(a) ^ load64(b);
+        if (diff) return int32_t(b - b0) + (int32_t)(__builtin_ctzll(diff) >> 3);
+        a += 8;
+        b += 8;
+    }
+    while (b < b_end && *a == *b) {
+        ++a;
+        ++b;
+    }
+    return int32_t(b - b0);
+}
+
+// How many bytes before a and b agree, stopping at a_low and b_low (neither is read below).
+ZEM_INLINE int32_t count_backward(const uint8_t* a, const uint8_t* a_low, const uint8_t* b, const uint8_t* b_low) {
+    int32_t n = 0;
+    while (a - n > a_low && b - n > b_low && a[-n - 1] == b[-n - 1]) ++n;
+    return n;
+}
+
+struct Match {
+    uint32_t pos;   // first byte of the match
+    uint32_t dist;  // offset back to its source
+    int32_t len;
+    [[nodiscard]] uint32_t end() const { return pos + (uint32_t)len; }
+};
+
+struct Encoder {
+    const uint8_t* base;       // position 0 in memory: src - srcIdx
+    const uint8_t* dict_base;  // with a separate dictionary: the byte of position q < src_pos
+    const uint8_t* limit;      // E - 5: no match reaches past it
+    uint32_t* head;
+    uint32_t* chain;
+    uint32_t src_pos;  // position of src[0]
+    uint32_t low;      // lowest position a match may use
+    uint32_t next;     // first position not yet linked into the chains
+    int32_t attempts;
+};
+
+// Links every position from e.next up to (not including) target into the chains. Only input
+// positions are ever linked, so hashing never reads history or dictionary bytes.
+ZEM_INLINE void insert_until(Encoder& e, uint32_t target) {
+    uint32_t q = e.next;
+    if (q >= target) return;
+    const uint8_t* const base = e.base;
+    uint32_t* const head = e.head;
+    uint32_t* const chain = e.chain;
+    // A head of one to three, then four positions a step: the four hashes are independent, the
+    // links must still go in position order.
+    while ((target - q) & 3) {
+        uint32_t h = hash_at(base + q);
+        chain[q & kChainMask] = head[h];
+        head[h] = q;
+        ++q;
+    }
+    for (; q < target; q += 4) {
+        uint32_t h0 = hash_at(base + q);
+        uint32_t h1 = hash_at(base + q + 1);
+        uint32_t h2 = hash_at(base + q + 2);
+        uint32_t h3 = hash_at(base + q + 3);
+        chain[q & kChainMask] = head[h0];
+        head[h0] = q;
+        chain[(q + 1) & kChainMask] = head[h1];
+        head[h1] = q + 1;
+        chain[(q + 2) & kChainMask] = head[h2];
+        head[h2] = q + 2;
+        chain[(q + 3) & kChainMask] = head[h3];
+        head[h3] = q + 3;
+    }
+    e.next = target;
+}
+
+// Measures a dictionary candidate q for the bytes at ip: forwards up to the dictionary's end
+// and then on against the start of the input, which follows it in the numbering; backwards
+// (unless kForwardOnly) down to ip_low and the low limit. Returns the back count in pos and the
+// whole length in len (0 when fewer than four bytes agree from ip on).
+template <bool kForwardOnly>
+ZEM_INLINE Match count_dict(const Encoder& e, uint32_t q, const uint8_t* ip, const uint8_t* ip_low) {
+    const uint8_t* mp = e.dict_base + q;
+    const uint8_t* in_dict_end = ip + (e.src_pos - q);
+    const uint8_t* lim = in_dict_end < e.limit ? in_dict_end : e.limit;
+    int32_t fwd = count_forward(mp, ip, lim);
+    if (ip + fwd == in_dict_end) fwd += count_forward(e.base + e.src_pos, in_dict_end, e.limit);
+    if (fwd < kMinMatch) return Match{0, 0, 0};
+    int32_t back = 0;
+    if (!kForwardOnly && ip > ip_low) back = count_backward(mp, e.dict_base + e.low, ip, ip_low);
+    return Match{(uint32_t)back, 0, back + fwd};
+}
+
+// Walks the chain of position s for a match longer than `best` that covers s and starts no
+// earlier than start_low (start_low == s: a plain search; below s: a wider match that may
+// reach back into the current one). Returns a match of length `best` when none is longer.
+template <bool kExtDict>
+ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best) {
+    insert_until(e, s);
+    Match m{s, 0, best};
+    const uint8_t* const base = e.base;
+    const uint8_t* const ip = base + s;
+    const uint8_t* const limit = e.limit;
+    // No candidate can beat a match that already runs to the limit.
+    const int32_t room = int32_t(limit - (base + start_low));
+    if (best >= room) return m;
+    // Valid candidates lie in [lo, s): not position 0, not below the low limit, not farther
+    // than the largest distance, not at or after s (stale entries of a longer stream).
+    uint32_t lo = e.low > 1 ? e.low : 1;
+    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    if (lo >= s) return m;
+    const uint32_t span = s - lo;
+    const uint32_t* const chain = e.chain;
+    uint32_t q = e.head[hash_at(ip)];
+    int32_t n = e.attempts;
+
+    if (s == start_low) {
+        // Any longer match agrees on the four bytes that end at the current best length: a
+        // quick reject that never drops a winner, and after the first hit it rejects nearly
+        // every other candidate.
+        int32_t o = best > 3 ? best : 3;
+        for (; n > 0 && q - lo < span; --n) {
+            if (!kExtDict || q >= e.src_pos) {
+                const uint8_t* mp = base + q;
+                if (load32(mp + o - 3) == load32(ip + o - 3)) {
+                    int32_t fwd = count_forward(mp, ip, limit);
+                    if (fwd > m.len) {
+                        m = Match{s, s - q, fwd};
+                        if (fwd >= room) break;
+                        o = fwd;
+                    }
+                }
+            } else {
+                int32_t fwd = count_dict<true>(e, q, ip, ip).len;
+                if (fwd > m.len) {
+                    m = Match{s, s - q, fwd};
+                    if (fwd >= room) break;
+                    o = fwd;
+                }
+            }
+            q = chain[q & kChainMask];
+        }
+        return m;
+    }
+
+    // A wider search: a winner may extend back as far as start_low, so only the bytes from s on
+    // are certain to agree, and most candidates of the chain pass any sound quick reject.
+    // Instead every candidate is measured without branching on its bytes: one 32-byte compare
+    // forwards, one 8-byte compare backwards, continued only for the rare longer runs.
+    const uint8_t* const ip_low = base + start_low;
+    const uint32_t back_room = s - start_low;
+    const uint32_t mem_low_pos = kExtDict ? (e.low > e.src_pos ? e.low : e.src_pos) : e.low;
+    const uint8_t* const mem_low = base + mem_low_pos;
+    const bool vector_ok = limit - ip >= 32 && s >= (kExtDict ? e.src_pos : 0) + 8;
+    const __m256i cur = vector_ok ? _mm256_loadu_si256((const __m256i*)ip) : _mm256_setzero_si256();
+    const uint64_t cur_back = vector_ok ? load64(ip - 8) : 0;
+    for (; n > 0 && q - lo < span; --n) {
+        if (!kExtDict || q >= e.src_pos) {
+            const uint8_t* mp = base + q;
+            const uint32_t back_max0 = q - mem_low_pos;
+            const uint32_t back_max = back_max0 < back_room ? back_max0 : back_room;
+            int32_t fwd, back;
+            if (ZEM_LIKELY(vector_ok && back_max0 >= 8)) {
+                uint32_t eq = (uint32_t)_mm256_movemask_epi8(
+                    _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+                fwd = (int32_t)_tzcnt_u32(~eq);
+                if (ZEM_UNLIKELY(fwd == 32)) fwd += count_forward(mp + 32, ip + 32, limit);
+                back = (int32_t)(_lzcnt_u64(load64(mp - 8) ^ cur_back) >> 3);
+                if (ZEM_UNLIKELY(back == 8 && back_max > 8)) back += count_backward(mp - 8, mem_low, ip - 8, ip_low);
+            } else {
+                fwd = count_forward(mp, ip, limit);
+                back = count_backward(mp, mem_low, ip, ip_low);
+            }
+            if (back > (int32_t)back_max) back = (int32_t)back_max;
+            const int32_t total = fwd >= kMinMatch ? back + fwd : 0;
+            if (total > m.len) {
+                m = Match{s - (uint32_t)back, s - q, total};
+                if (total >= room) break;
+            }
+        } else {
+            Match d = count_dict<false>(e, q, ip, ip_low);
+            if (d.len > m.len) {
+                m = Match{s - d.pos, s - q, d.len};
+                if (d.len >= room) break;
+            }
+        }
+        q = chain[q & kChainMask];
+    }
+    return m;
+}
+
+ZEM_INLINE uint32_t ext_bytes(uint32_t v) { return v >= 15 ? (v - 15) / 255 + 1 : 0; }
+
+// Writes a length remainder as extension bytes: 255 while at least 255 is left, then the rest.
+ZEM_INLINE uint8_t* put_extension(uint8_t* op, uint32_t v) {
+    if (v >= 255) {
+        uint32_t full = v / 255;
+        mem::fill_vector(255, op, full);
+        op += full;
+        v -= full * 255;
+    }
+    *op++ = (uint8_t)v;
+    return op;
+}
+
+struct Writer {
+    const uint8_t* base;    // position 0, as in Encoder
+    const uint8_t* in_end;  // end of the input
+    uint8_t* op;
+    uint8_t* oend;
+    uint32_t anchor;  // first position not yet written
+
+    // Writes the literals from the anchor and then the match. A sequence that does not fit
+    // whole is not written at all: the block then ends after the previous one.
+    ZEM_INLINE bool put(const Match& m) {
+        const uint8_t* lit_src = base + anchor;
+        const uint32_t lit = m.pos - anchor;
+        const uint32_t mcode = (uint32_t)m.len - kMinMatch;
+        const uint64_t need = 3ull + lit + ext_bytes(lit) + ext_bytes(mcode);
+        uint8_t* p = op;
+        if (need > (uint64_t)(oend - p)) return false;
+        uint8_t* token = p++;
+        uint8_t t = (uint8_t)(mcode < 15 ? mcode : 15);
+        if (lit >= 15) {
+            t |= 0xF0;
+            p = put_extension(p, lit - 15);
+        } else {
+            t |= (uint8_t)(lit << 4);
+        }
+        *token = t;
+        if (lit <= 16 && oend - p >= 16 && in_end - lit_src >= 16) {
+            // One 16-byte store; the bytes past the literals are rewritten by the offset and
+            // what follows, or lie in the output beyond the block.
+            _mm_storeu_si128((__m128i*)p, _mm_loadu_si128((const __m128i*)lit_src));
+        } else {
+            mem::copy_small(lit_src, p, lit);
+        }
+        p += lit;
+        p[0] = (uint8_t)m.dist;
+        p[1] = (uint8_t)(m.dist >> 8);
+        p += 2;
+        if (mcode >= 15) p = put_extension(p, mcode - 15);
+        op = p;
+        anchor = m.end();
+        return true;
+    }
+};
+
+// The parse: find a match, then look for wider ones overlapping it, keeping at most three
+// candidates (a, b, c in input order) and writing each as soon as it is settled. Returns false
+// when the output filled.
+template <bool kExtDict>
+bool parse(Encoder& e, Writer& w, uint32_t end) {
+    const uint32_t wide_end = end - kWideEnd;
+    // The last position with 32 bytes before E - 5.
+    const int64_t search_last = (int64_t)end - kLastLiterals - kSearchRoom;
+    uint32_t p = w.anchor;
+    while ((int64_t)p <= search_last) {
+        Match a = search<kExtDict>(e, p, p, kMinMatch - 1);
+        if (a.len < kMinMatch) {
+            ++p;
+            continue;
+        }
+        // `first` is the match as first found; a replacement that a later match would cut
+        // into gives way to it again.
+        Match first = a;
+        Match b, c;
+    find_second:
+        if (a.end() >= wide_end) {
+            if (!w.put(a)) return false;
+            goto settled;
+        }
+        b = search<kExtDict>(e, a.end() - 2, a.pos, a.len);
+        if (b.len <= a.len) {
+            if (!w.put(a)) return false;
+            goto settled;
+        }
+        if (first.pos < a.pos && b.pos < first.end()) a = first;
+        if (b.pos - a.pos < kReplaceDistance) {
+            a = b;
+            goto find_second;
+        }
+    find_third:
+        // Let the first match keep up to 18 bytes (one token nibble), taking them from the
+        // front of the second, which keeps at least four.
+        if (b.pos - a.pos < (uint32_t)kNibbleLen) {
+            int32_t keep = a.len < kNibbleLen ? a.len : kNibbleLen;
+            int32_t most = int32_t(b.pos - a.pos) + b.len - kMinMatch;
+            if (keep > most) keep = most;
+            int32_t cut = keep - int32_t(b.pos - a.pos);
+            if (cut > 0) {
+                b.pos += (uint32_t)cut;
+                b.len -= cut;
+            }
+        }
+        if (b.end() >= wide_end)
+            c.len = b.len;
+        else
+            c = search<kExtDict>(e, b.end() - 2, b.pos, b.len);
+        if (c.len <= b.len) {
+            if (b.pos < a.end()) a.len = int32_t(b.pos - a.pos);
+            if (!w.put(a) || !w.put(b)) return false;
+            goto settled;
+        }
+        if (c.pos < a.end() + kReplaceDistance) {
+            if (c.pos >= a.end()) {
+                // The third starts after the first: the first is final, the second gives way
+                // to the third where they overlap.
+                if (b.pos < a.end()) {
+                    int32_t cut = int32_t(a.end() - b.pos);
+                    b.pos += (uint32_t)cut;
+                    b.len -= cut;
+                    if (b.len < kMinMatch) b = c;
+                }
+                if (!w.put(a)) return false;
+                a = c;
+                first = b;
+                goto find_second;
+            }
+            // The third reaches into the first: it takes the second's place.
+            b = c;
+            goto find_third;
+        }
+        // The third lies beyond the first: write the first, shortened where the second begins,
+        // and move on by one candidate.
+        if (b.pos < a.end()) {
+            if (b.pos - a.pos < 15) {
+                if (a.len > kNibbleLen) a.len = kNibbleLen;
+                int32_t most = int32_t(b.pos - a.pos) + b.len - kMinMatch;
+                if (a.len > most) a.len = most;
+                int32_t cut = int32_t(a.end() - b.pos);
+                if (cut > 0) {
+                    b.pos += (uint32_t)cut;
+                    b.len -= cut;
+                }
+            } else {
+                a.len = int32_t(b.pos - a.pos);
+            }
+        }
+        if (!w.put(a)) return false;
+        a = b;
+        b = c;
+        goto find_third;
+    settled:
+        p = w.anchor;
+    }
+    return true;
+}
+
+template <bool kExtDict>
+zemStatus run(Encoder& e, const uint8_t* src, int32_t* pSrcLen, uint8_t* dst, int32_t* pDstLen) {
+    const int32_t src_len = *pSrcLen;
+    const int32_t cap = *pDstLen > 0 ? *pDstLen : 0;
+    const uint32_t end = e.src_pos + (uint32_t)src_len;
+    Writer w{e.base, src + src_len, dst, dst + cap, e.src_pos};
+    bool fits = true;
+    if (src_len >= kMinInput) {
+        e.limit = e.base + (end - kLastLiterals);
+        fits = parse<kExtDict>(e, w, end);
+    }
+    if (fits) {
+        // The final literals, written only when they fit whole.
+        const uint32_t count = end - w.anchor;
+        const uint64_t need = (uint64_t)count + (count + 240ull) / 255 + 1;
+        if (need > (uint64_t)(w.oend - w.op)) {
+            fits = false;
+        } else {
+            if (count >= 15) {
+                *w.op++ = 0xF0;
+                w.op = put_extension(w.op, count - 15);
+            } else {
+                *w.op++ = (uint8_t)(count << 4);
+            }
+            MemCopy(w.base + w.anchor, w.op, (int32_t)count);
+            w.op += count;
+            w.anchor = end;
+        }
+    }
+    *pSrcLen = int32_t(w.anchor - e.src_pos);
+    *pDstLen = int32_t(w.op - dst);
+    return fits ? zemStatusOk : zemStatusDstTooSmall;
+}
+
+ZEM_INLINE int32_t normalise_level(int32_t level) {
+    if (level == 0 || level > 9) return 9;
+    if (level < 0) return 1;
+    return level;
+}
+
+// The worker behind both entries. `dict` is null when the history lies in memory before src.
+zemStatus encode(const uint8_t* src, int32_t src_idx, int32_t* pSrcLen, uint8_t* dst, int32_t* pDstLen,
+                 uint8_t* const* tables, const uint8_t* dict, int32_t dict_len, int32_t level, int64_t low) {
+    Encoder e;
+    e.base = src - src_idx;
+    e.dict_base = nullptr;
+    e.limit = nullptr;
+    e.head = (uint32_t*)(void*)tables[0];
+    e.chain = (uint32_t*)(void*)tables[1];
+    e.src_pos = (uint32_t)src_idx;
+    e.next = (uint32_t)src_idx;
+    e.attempts = 1 << (level - 1);
+    if (dict) {
+        // The dictionary's bytes end where the input begins; nothing before its first byte
+        // exists, whatever limit the caller asked for.
+        const int64_t dict_first = (int64_t)src_idx - dict_len;
+        if (low < dict_first) low = dict_first;
+        e.dict_base = dict + dict_len - src_idx;
+    }
+    if (low < 0) low = 0;
+    if (low > (int64_t)UINT32_MAX) low = UINT32_MAX;
+    e.low = (uint32_t)low;
+    if (dict) return run<true>(e, src, pSrcLen, dst, pDstLen);
+    return run<false>(e, src, pSrcLen, dst, pDstLen);
+}
+
+ZEM_INLINE bool dict_in_place(const uint8_t* src, int32_t src_idx, const uint8_t* dict, int32_t dict_len) {
+    return dict_len == src_idx && (uintptr_t)dict + (uintptr_t)(intptr_t)dict_len == (uintptr_t)src;
+}
+
+}  // namespace
+
+}  // namespace zem::lz4hc
+
+using namespace zem::lz4hc;
+
+ZEM_API zemStatus zemsEncodeLZ4HCHashTableGetSize_8u(int32_t* pHashSize, int32_t* pChainSize) {
+    if (zem::any_null(pHashSize, pChainSize)) return zemStatusNullPtr;
+    *pHashSize = kHashBytes;
+    *pChainSize = kChainBytes;
+    return zemStatusOk;
+}
+
+ZEM_API zemStatus zemsEncodeLZ4HCHashTableInit_8u(uint8_t* const* ppTables) {
+    if (ppTables == nullptr || ppTables[0] == nullptr) return zemStatusNullPtr;
+    // The hash table is cleared before the chain table's pointer is looked at.
+    zem::mem::fill_vector(0, ppTables[0], (size_t)kHashBytes);
+    if (ppTables[1] == nullptr) return zemStatusNullPtr;
+    zem::MemZero(ppTables[1], kChainBytes);
+    return zemStatusOk;
+}
+
+namespace {
+
+ZEM_INLINE bool tables_null(uint8_t* const* ppTables) {
+    return ppTables == nullptr || ppTables[0] == nullptr || ppTables[1] == nullptr;
+}
+
+}  // namespace
+
+ZEM_API zemStatus zemsEncodeLZ4HC_8u(const uint8_t* src, int32_t srcIdx, int32_t* pSrcLen, uint8_t* dst,
+                                     int32_t* pDstLen, uint8_t* const* ppTables, const uint8_t* pDict,
+                                     int32_t dictLen, int32_t level) {
+    level = normalise_level(level);
+    const bool separate = pDict != nullptr && dictLen != 0;
+    if (separate && dictLen < 1) return zemStatusSize;
+    if (zem::any_null(src, pSrcLen, dst, pDstLen) || tables_null(ppTables)) return zemStatusNullPtr;
+    if (zem::bad_len(*pSrcLen)) return zemStatusSize;
+    if (srcIdx < 0) return zemStatusBadArg;
+    const int64_t low = (int64_t)srcIdx - dictLen;
+    if (!separate || dict_in_place(src, srcIdx, pDict, dictLen))
+        return encode(src, srcIdx, pSrcLen, dst, pDstLen, ppTables, nullptr, 0, level, low);
+    return encode(src, srcIdx, pSrcLen, dst, pDstLen, ppTables, pDict, dictLen, level, low);
+}
+
+ZEM_API zemStatus zemsEncodeLZ4HCDictLimit_8u(const uint8_t* src, int32_t srcIdx, int32_t* pSrcLen, uint8_t* dst,
+                                              int32_t* pDstLen, uint8_t* const* ppTables, const uint8_t* pDict,
+                                              int32_t dictLen, int32_t level, int32_t dictLimit) {
+    level = normalise_level(level);
+    if (zem::any_null(src, pSrcLen, dst, pDstLen) || tables_null(ppTables)) return zemStatusNullPtr;
+    if (zem::bad_len(*pSrcLen)) return zemStatusSize;
+    if (srcIdx < 0) return zemStatusBadArg;
+    const int64_t low = dictLimit != 0 ? (int64_t)dictLimit : (int64_t)srcIdx - dictLen;
+    const bool separate = pDict != nullptr && dictLen != 0 && !dict_in_place(src, srcIdx, pDict, dictLen);
+    return encode(src, srcIdx, pSrcLen, dst, pDstLen, ppTables, separate ? pDict : nullptr, dictLen, level, low);
+}
