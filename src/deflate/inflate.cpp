@@ -23,6 +23,10 @@ enum Step : uint32_t { kStepCode = 0, kStepLenExtra = 1, kStepDist = 2, kStepDis
 // Room beyond a match that the wide copies may overwrite with scratch.
 constexpr size_t kCopySlack = 32;
 constexpr size_t kMainMinInput = 16;
+// The fast loop's margins: its refills lag the one-symbol loop's by at most 7 bytes, and its
+// room covers the longest match any entry can describe (255 + 3 + 31) plus the copy slack.
+constexpr size_t kFastMinInput = 32;
+constexpr size_t kFastMinRoom = 320;
 // A code of the longest length that any table can hold; an entry that the held bits cannot
 // trust is treated as needing this many.
 constexpr uint32_t kMaxCodeBits = 15;
@@ -33,7 +37,8 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     return v;
 }
 ZEM_INLINE void store64(uint8_t* p, uint64_t v) { memcpy(p, &v, 8); }
-ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return v & ((uint64_t(1) << n) - 1); }
+// BZHI keeps every bit for n of 64 or more.
+ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
 // Literal/length entries: kind 0 is a literal, 8..13 a length with 0..5 extra bits.
 ZEM_INLINE bool is_literal(uint32_t e) { return (e & 0xF0) == 0; }
@@ -154,6 +159,139 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
     if (n > k) copy_exact(out + k, dist, n - k);
 }
 
+// ---- the fast loop ----
+
+enum { kFastGoOn, kFastEnd, kFastBad };
+
+struct FastState {
+    const uint8_t* in;
+    uint8_t* out;
+    uint64_t bb;
+    uint32_t bc;
+};
+
+// A match of the fast loop that starts before the output buffer: from the window, whole (the
+// fast loop's room always covers it). False when there is no such history.
+ZEM_NOINLINE bool far_copy(uint8_t* out, uint8_t* hist, uint32_t d, uint32_t mlen, const uint8_t* win,
+                           uint32_t win_size, uint32_t win_idx) {
+    size_t have = size_t(out - hist);
+    if (d == 0 || win == nullptr || d - have > win_size) return false;
+    copy_from_window(out, d - have, d, mlen, win, win_size, win_idx);
+    return true;
+}
+
+// Far from both ends of the buffers: up to three literals per refill, matches copied in whole
+// words, and no test of input or room inside a symbol. Its own function, so that its few live
+// values stay in registers.
+//
+// Its refills take fewer bytes than the one-symbol loop's (which holds 57..64 bits before each
+// symbol); on the way out it takes the bytes that loop would have held after the last symbol,
+// known from the bits held before it, so that a call stops in the same state either way.
+template <class T>
+ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
+                           const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
+    const uint8_t* in = f.in;
+    uint8_t* out = f.out;
+    uint64_t bb = f.bb;
+    uint32_t bc = f.bc;
+    const uint8_t* const in_stop = in_end - kFastMinInput;
+    uint8_t* const out_stop = out_end - kFastMinRoom;
+    uint32_t before = bc;  // bits held before the last symbol
+    int why = kFastGoOn;
+#define ZEM_REFILL()                 \
+    do {                             \
+        bb |= load64(in) << bc;      \
+        in += (63 - bc) >> 3;        \
+        bc |= 56;                    \
+    } while (0)
+#define ZEM_LITERAL()                         \
+    do {                                      \
+        before = bc;                          \
+        if (ZEM_UNLIKELY((e & 15) == 0)) {    \
+            why = kFastBad;                   \
+            goto out;                         \
+        }                                     \
+        bb >>= e & 15;                        \
+        bc -= e & 15;                         \
+        *out++ = uint8_t(e >> 8);             \
+    } while (0)
+
+    // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above them are
+    // read again, in place, by the next refill.
+    ZEM_REFILL();
+    uint32_t e = tab.lit_entry(bb);
+    for (;;) {
+        if (is_literal(e)) {
+            // 56 bits cover three literals of up to 15 bits; a pair (up to 48 bits) after one
+            // or two of them waits for a refill, which leaves the low bits, and e, as they are.
+            ZEM_LITERAL();
+            e = tab.lit_entry(bb);
+            if (is_literal(e)) {
+                ZEM_LITERAL();
+                e = tab.lit_entry(bb);
+                if (is_literal(e)) {
+                    ZEM_LITERAL();
+                    if (in >= in_stop || out >= out_stop) break;
+                    ZEM_REFILL();
+                    e = tab.lit_entry(bb);
+                    continue;
+                }
+            }
+            if (in >= in_stop || out >= out_stop) break;
+            ZEM_REFILL();
+        }
+        before = bc;
+        if (ZEM_UNLIKELY(!is_length(e))) {
+            if ((e & 0xF0) == T::kEob) {
+                bb >>= e & 15;
+                bc -= e & 15;
+                why = kFastEnd;
+            } else {
+                why = kFastBad;
+            }
+            break;
+        }
+        bb >>= e & 15;
+        bc -= e & 15;
+        uint32_t x = (e >> 4) & 7;
+        uint32_t mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
+        bb >>= x;
+        bc -= x;
+        uint32_t d;
+        uint32_t kb = tab.dist_entry(bb, d);
+        if (ZEM_UNLIKELY(kb > kDistTagMax)) {
+            why = kFastBad;
+            break;
+        }
+        bb >>= kb & 15;
+        bc -= kb & 15;
+        x = kb >> 4;
+        d += uint32_t(low_bits(bb, x));
+        bb >>= x;
+        bc -= x;
+        if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
+            copy_wide(out, d, mlen);
+        } else if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
+            why = kFastBad;
+            break;
+        }
+        out += mlen;
+        if (in >= in_stop || out >= out_stop) break;
+        ZEM_REFILL();
+        e = tab.lit_entry(bb);
+    }
+out:
+#undef ZEM_REFILL
+#undef ZEM_LITERAL
+    uint32_t lag = (57 + ((before + 7) & 7) - before) >> 3;
+    bb |= load64(in) << bc;
+    f.in = in + lag;
+    f.bc = bc + 8 * lag;
+    f.bb = bb;
+    f.out = out;
+    return why;
+}
+
 template <class T>
 ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_len, uint32_t* p_code, uint32_t* p_bits,
                          uint32_t win_idx, uint8_t** pp_dst, uint32_t* p_dst_len, uint32_t dst_idx, uint32_t* p_mode,
@@ -228,79 +366,89 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
         if (step == kStepCode && in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end) {
             const uint8_t* const in_main = in;
             enum { kGoOn, kEnd, kBad, kPending } why = kGoOn;
-            do {
-                // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above
-                // them are read again, in place, by the next refill.
-                bb |= load64(in) << bc;
-                in += (63 - bc) >> 3;
-                bc |= 56;
+            uint32_t e;
 
-                uint32_t e = tab.lit_entry(bb);
-                if (ZEM_LIKELY(is_literal(e))) {
-                    uint32_t n = e & 15;
-                    if (ZEM_UNLIKELY(n == 0)) {
-                        why = kBad;
-                        break;
-                    }
-                    ZEM_DROP(n);
-                    *out++ = uint8_t(e >> 8);
-                    continue;
-                }
-                if (ZEM_UNLIKELY(!is_length(e))) {
-                    why = (e & 0xF0) == T::kEob ? kEnd : kBad;
-                    if (why == kEnd) ZEM_DROP(e & 15);
-                    break;
-                }
+            // The length/distance pair of entry e, whose bits are all held: false if malformed.
+            auto pair = [&](uint32_t& mlen, uint32_t& d) {
                 ZEM_DROP(e & 15);
                 uint32_t x = (e >> 4) & 7;
-                uint32_t mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
+                mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
                 ZEM_DROP(x);
-                uint32_t d;
                 uint32_t kb = tab.dist_entry(bb, d);
-                if (ZEM_UNLIKELY(kb > kDistTagMax)) {
-                    // Nothing of the pair is kept: the whole pair is malformed.
-                    why = kBad;
-                    break;
-                }
+                if (ZEM_UNLIKELY(kb > kDistTagMax)) return false;
                 ZEM_DROP(kb & 15);
                 x = kb >> 4;
                 d += uint32_t(low_bits(bb, x));
                 ZEM_DROP(x);
-                size_t have = size_t(out - hist);
-                size_t room = size_t(out_end - out);
-                if (ZEM_LIKELY(size_t(d) - 1 < have)) {
-                    if (ZEM_LIKELY(room >= mlen + kCopySlack)) {
+                return true;
+            };
+            // A match that reaches before the output buffer, or that the room cuts short.
+            auto careful_copy = [&](uint32_t mlen, uint32_t d) {
+                size_t have = size_t(out - hist), room = size_t(out_end - out);
+                size_t n = mlen < room ? mlen : room;
+                if (size_t(d) - 1 < have) {
+                    copy_exact(out, d, n);
+                } else {
+                    if (d == 0 || win == nullptr || d - have > win_size) return kBad;
+                    copy_from_window(out, d - have, d, n, win, win_size, win_idx);
+                }
+                out += n;
+                if (n == mlen) return kGoOn;
+                len = uint32_t(mlen - n);
+                dist = d;
+                step = kStepCopy;
+                return kPending;
+            };
+
+            if (in_end - in >= (ptrdiff_t)kFastMinInput && out_end - out >= (ptrdiff_t)kFastMinRoom) {
+                FastState f{in, out, bb, bc};
+                int r = fast_loop(tab, f, in_end, out_end, hist, win, win_size, win_idx);
+                in = f.in;
+                out = f.out;
+                bb = f.bb;
+                bc = f.bc;
+                why = r == kFastEnd ? kEnd : r == kFastBad ? kBad : kGoOn;
+            }
+
+            // One symbol per refill up to the last byte of room or the last 16 of input.
+            if (why == kGoOn) {
+                while (in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end) {
+                    // Whole bytes until at least 57 bits are held.
+                    if (bc < 64) {
+                        bb |= load64(in) << bc;
+                        uint32_t k = (64 - bc) >> 3;
+                        in += k;
+                        bc += 8 * k;
+                    }
+                    e = tab.lit_entry(bb);
+                    if (ZEM_LIKELY(is_literal(e))) {
+                        if (ZEM_UNLIKELY((e & 15) == 0)) {
+                            why = kBad;
+                            break;
+                        }
+                        ZEM_DROP(e & 15);
+                        *out++ = uint8_t(e >> 8);
+                        continue;
+                    }
+                    if (ZEM_UNLIKELY(!is_length(e))) {
+                        why = (e & 0xF0) == T::kEob ? kEnd : kBad;
+                        if (why == kEnd) ZEM_DROP(e & 15);
+                        break;
+                    }
+                    uint32_t mlen, d;
+                    if (ZEM_UNLIKELY(!pair(mlen, d))) {
+                        why = kBad;
+                        break;
+                    }
+                    if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist) && size_t(out_end - out) >= mlen + kCopySlack)) {
                         copy_wide(out, d, mlen);
                         out += mlen;
                         continue;
                     }
-                    size_t n = mlen < room ? mlen : room;
-                    copy_exact(out, d, n);
-                    out += n;
-                    if (n < mlen) {
-                        len = uint32_t(mlen - n);
-                        dist = d;
-                        step = kStepCopy;
-                        why = kPending;
-                        break;
-                    }
-                    continue;
+                    why = careful_copy(mlen, d);
+                    if (why != kGoOn) break;
                 }
-                if (d == 0 || win == nullptr || d - have > win_size) {
-                    why = kBad;
-                    break;
-                }
-                size_t n = mlen < room ? mlen : room;
-                copy_from_window(out, d - have, d, n, win, win_size, win_idx);
-                out += n;
-                if (n < mlen) {
-                    len = uint32_t(mlen - n);
-                    dist = d;
-                    step = kStepCopy;
-                    why = kPending;
-                    break;
-                }
-            } while (in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end);
+            }
 
             // Hand whole bytes back so that what is held fits the caller's 32-bit word.
             if (bc >= 9) {
