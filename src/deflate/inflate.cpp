@@ -1,0 +1,604 @@
+// The inflate decoder: the Huffman-coded body of one DEFLATE block, resumable at any byte of
+// input and output.
+//
+// One decoder template serves both table layouts; the compact instantiation is the fast one
+// (one lookup per symbol). Each call alternates between two loops:
+//  - the main loop, while at least 16 input bytes and some output room remain: the 64-bit bit
+//    buffer is refilled branch-free to 56..63 bits before each symbol, which covers a whole
+//    length/distance pair (at most 15 + 5 + 15 + 13 bits), so no step inside tests for input;
+//  - the careful loop, one step at a time, which pulls single bytes only when the held bits
+//    cannot answer and saves its step in the state's resume words when input or output ends.
+#include <string.h>
+
+#include "core/mem.h"
+#include "deflate/inflate_tables.h"
+
+namespace zem::inflate {
+
+namespace {
+
+// Where a call continues on mode 2 (the first resume word).
+enum Step : uint32_t { kStepCode = 0, kStepLenExtra = 1, kStepDist = 2, kStepDistExtra = 3, kStepCopy = 4 };
+
+// Room beyond a match that the wide copies may overwrite with scratch.
+constexpr size_t kCopySlack = 32;
+constexpr size_t kMainMinInput = 16;
+// The fast loop's margins: its refills lag the one-symbol loop's by at most 7 bytes, and its
+// room covers the longest match any entry can describe (255 + 3 + 31) plus the copy slack.
+constexpr size_t kFastMinInput = 32;
+constexpr size_t kFastMinRoom = 320;
+// A code of the longest length that any table can hold; an entry that the held bits cannot
+// trust is treated as needing this many.
+constexpr uint32_t kMaxCodeBits = 15;
+
+ZEM_INLINE uint64_t load64(const uint8_t* p) {
+    uint64_t v;
+    memcpy(&v, p, 8);
+    return v;
+}
+ZEM_INLINE void store64(uint8_t* p, uint64_t v) { memcpy(p, &v, 8); }
+// BZHI keeps every bit for n of 64 or more.
+ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
+
+// Literal/length entries: kind 0 is a literal, 8..13 a length with 0..5 extra bits.
+ZEM_INLINE bool is_literal(uint32_t e) { return (e & 0xF0) == 0; }
+ZEM_INLINE bool is_length(uint32_t e) { return (e & 0x80) && ((e >> 4) & 7) <= 5; }
+
+struct CompactTables {
+    static constexpr uint32_t kEob = kKindEobCompact;
+    const uint16_t* lit;
+    const uint8_t* dist_kind;
+    const uint16_t* dist_base;
+    uint32_t lit_mask, dist_mask;
+
+    // The widths come from the record: clamped so that no value in it reads outside it.
+    static uint32_t lit_bits(const zemInflateState* s) { return s->litBits > kCompactMaxLit ? kCompactMaxLit : s->litBits; }
+    static uint32_t dist_bits(const zemInflateState* s) {
+        return s->distBits > kCompactMaxDist ? kCompactMaxDist : s->distBits;
+    }
+    explicit CompactTables(zemInflateState* s)
+        : lit(compact_lit(s)),
+          dist_kind(compact_dist_kind(s, lit_bits(s))),
+          dist_base(compact_dist_base(s, lit_bits(s))),
+          lit_mask((1u << lit_bits(s)) - 1),
+          dist_mask((1u << dist_bits(s)) - 1) {}
+
+    ZEM_INLINE uint32_t lit_entry(uint64_t bb) const { return lit[bb & lit_mask]; }
+    ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
+        size_t i = bb & dist_mask;
+        dist = dist_base[i];
+        return dist_kind[i];
+    }
+};
+
+struct GeneralTablesView {
+    static constexpr uint32_t kEob = kKindEobGeneral;
+    const GeneralTables* g;
+
+    ZEM_INLINE uint32_t lit_entry(uint64_t bb) const {
+        size_t i = bb & (kRootSize - 1);
+        uint32_t tag = g->lit_tag[i];
+        if (ZEM_UNLIKELY((tag & 0xF0) == kKindSubTable)) {
+            size_t j = kRootSize + size_t(g->lit_val[i]) * 2 + low_bits(bb >> kRootBits, tag & 7);
+            return g->lit_tag[j] | uint32_t(g->lit_val[j]) << 8;
+        }
+        return tag | uint32_t(g->lit_val[i]) << 8;
+    }
+    ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
+        size_t i = bb & (kRootSize - 1);
+        uint32_t tag = g->dist_tag[i];
+        dist = g->dist_val[i];
+        if (ZEM_UNLIKELY(tag > kDistTagMax)) {
+            if (tag - kDistSubTable - 1 >= 5 || dist < kRootSize) return 0xFF;
+            size_t j = dist + low_bits(bb >> kRootBits, tag & 7);
+            tag = g->dist_tag[j];
+            dist = g->dist_val[j];
+        }
+        return tag;
+    }
+};
+
+// Exact copy of n bytes of a match that lies wholly in the output (dist <= out - history).
+ZEM_INLINE void copy_exact(uint8_t* out, size_t dist, size_t n) {
+    const uint8_t* src = out - dist;
+    if (dist >= n) {
+        mem::copy_small(src, out, n);
+        return;
+    }
+    for (size_t i = 0; i < n; ++i) out[i] = src[i];
+}
+
+// The match copy of the main loop: whole words, possibly writing up to kCopySlack bytes of
+// scratch past the match, which the caller's room allows.
+ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
+    const uint8_t* src = out - dist;
+    uint8_t* const end = out + len;
+    if (ZEM_LIKELY(dist >= 32)) {
+        do {
+            _mm256_storeu_si256((__m256i*)out, _mm256_loadu_si256((const __m256i*)src));
+            out += 32;
+            src += 32;
+        } while (out < end);
+    } else if (dist >= 8) {
+        do {
+            store64(out, load64(src));
+            store64(out + 8, load64(src + 8));
+            out += 16;
+            src += 16;
+        } while (out < end);
+    } else if (dist == 1) {
+        __m256i v = _mm256_set1_epi8((char)src[0]);
+        do {
+            _mm256_storeu_si256((__m256i*)out, v);
+            out += 32;
+        } while (out < end);
+    } else {
+        // A short period: any multiple of it is a period too, so after one span of at least 8
+        // bytes the copy can go on in words.
+        size_t span = dist * ((8 + dist - 1) / dist);
+        for (size_t i = 0; i < span; ++i) out[i] = src[i];
+        out += span;
+        src = out - span;
+        while (out < end) {
+            store64(out, load64(src));
+            out += 8;
+            src += 8;
+        }
+    }
+}
+
+// A match (or the part of one that fits) whose start lies before the output buffer: the bytes
+// before it come from the caller's circular window, the rest from the output.
+ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, size_t n, const uint8_t* win,
+                                   uint32_t win_size, uint32_t win_idx) {
+    size_t pos = win_idx >= before ? win_idx - before : win_idx + win_size - before;
+    size_t k = before < n ? before : n;
+    size_t first = win_size - pos < k ? win_size - pos : k;
+    mem::copy_small(win + pos, out, first);
+    mem::copy_small(win, out + first, k - first);
+    if (n > k) copy_exact(out + k, dist, n - k);
+}
+
+// ---- the fast loop ----
+
+enum { kFastGoOn, kFastEnd, kFastBad };
+
+struct FastState {
+    const uint8_t* in;
+    uint8_t* out;
+    uint64_t bb;
+    uint32_t bc;
+};
+
+// A match of the fast loop that starts before the output buffer: from the window, whole (the
+// fast loop's room always covers it). False when there is no such history.
+ZEM_NOINLINE bool far_copy(uint8_t* out, uint8_t* hist, uint32_t d, uint32_t mlen, const uint8_t* win,
+                           uint32_t win_size, uint32_t win_idx) {
+    size_t have = size_t(out - hist);
+    if (d == 0 || win == nullptr || d - have > win_size) return false;
+    copy_from_window(out, d - have, d, mlen, win, win_size, win_idx);
+    return true;
+}
+
+// Far from both ends of the buffers: up to three literals per refill, matches copied in whole
+// words, and no test of input or room inside a symbol. Its own function, so that its few live
+// values stay in registers.
+//
+// Its refills take fewer bytes than the one-symbol loop's (which holds 57..64 bits before each
+// symbol); on the way out it takes the bytes that loop would have held after the last symbol,
+// known from the bits held before it, so that a call stops in the same state either way.
+template <class T>
+ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
+                           const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
+    const uint8_t* in = f.in;
+    uint8_t* out = f.out;
+    uint64_t bb = f.bb;
+    uint32_t bc = f.bc;
+    const uint8_t* const in_stop = in_end - kFastMinInput;
+    uint8_t* const out_stop = out_end - kFastMinRoom;
+    uint32_t before = bc;  // bits held before the last symbol
+    int why = kFastGoOn;
+#define ZEM_REFILL()                 \
+    do {                             \
+        bb |= load64(in) << bc;      \
+        in += (63 - bc) >> 3;        \
+        bc |= 56;                    \
+    } while (0)
+#define ZEM_LITERAL()                         \
+    do {                                      \
+        before = bc;                          \
+        if (ZEM_UNLIKELY((e & 15) == 0)) {    \
+            why = kFastBad;                   \
+            goto out;                         \
+        }                                     \
+        bb >>= e & 15;                        \
+        bc -= e & 15;                         \
+        *out++ = uint8_t(e >> 8);             \
+    } while (0)
+
+    // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above them are
+    // read again, in place, by the next refill.
+    ZEM_REFILL();
+    uint32_t e = tab.lit_entry(bb);
+    for (;;) {
+        if (is_literal(e)) {
+            // 56 bits cover three literals of up to 15 bits; a pair (up to 48 bits) after one
+            // or two of them waits for a refill, which leaves the low bits, and e, as they are.
+            ZEM_LITERAL();
+            e = tab.lit_entry(bb);
+            if (is_literal(e)) {
+                ZEM_LITERAL();
+                e = tab.lit_entry(bb);
+                if (is_literal(e)) {
+                    ZEM_LITERAL();
+                    if (in >= in_stop || out >= out_stop) break;
+                    ZEM_REFILL();
+                    e = tab.lit_entry(bb);
+                    continue;
+                }
+            }
+            if (in >= in_stop || out >= out_stop) break;
+            ZEM_REFILL();
+        }
+        before = bc;
+        if (ZEM_UNLIKELY(!is_length(e))) {
+            if ((e & 0xF0) == T::kEob) {
+                bb >>= e & 15;
+                bc -= e & 15;
+                why = kFastEnd;
+            } else {
+                why = kFastBad;
+            }
+            break;
+        }
+        bb >>= e & 15;
+        bc -= e & 15;
+        uint32_t x = (e >> 4) & 7;
+        uint32_t mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
+        bb >>= x;
+        bc -= x;
+        uint32_t d;
+        uint32_t kb = tab.dist_entry(bb, d);
+        if (ZEM_UNLIKELY(kb > kDistTagMax)) {
+            why = kFastBad;
+            break;
+        }
+        bb >>= kb & 15;
+        bc -= kb & 15;
+        x = kb >> 4;
+        d += uint32_t(low_bits(bb, x));
+        bb >>= x;
+        bc -= x;
+        if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
+            copy_wide(out, d, mlen);
+        } else if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
+            why = kFastBad;
+            break;
+        }
+        out += mlen;
+        if (in >= in_stop || out >= out_stop) break;
+        ZEM_REFILL();
+        e = tab.lit_entry(bb);
+    }
+out:
+#undef ZEM_REFILL
+#undef ZEM_LITERAL
+    uint32_t lag = (57 + ((before + 7) & 7) - before) >> 3;
+    bb |= load64(in) << bc;
+    f.in = in + lag;
+    f.bc = bc + 8 * lag;
+    f.bb = bb;
+    f.out = out;
+    return why;
+}
+
+template <class T>
+ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_len, uint32_t* p_code, uint32_t* p_bits,
+                         uint32_t win_idx, uint8_t** pp_dst, uint32_t* p_dst_len, uint32_t dst_idx, uint32_t* p_mode,
+                         zemInflateState* st) {
+    const uint8_t* in = *pp_src;
+    const uint8_t* const in_end = in + *p_src_len;
+    uint8_t* out = *pp_dst;
+    uint8_t* const out_end = out + *p_dst_len;
+    uint8_t* const hist = out - dst_idx;
+    const uint8_t* const win = st->window;
+    const uint32_t win_size = st->windowSize;
+    uint32_t bc = *p_bits;
+    uint64_t bb = low_bits(*p_code, bc);
+
+    uint32_t step = kStepCode, len = 0, ent = 0, dist = 0;
+    // The careful loop takes single bytes, and only as many as the step in hand needs.
+    auto pull_to = [&](uint32_t n) {
+        while (bc < n && in < in_end) {
+            bb |= uint64_t(*in++) << bc;
+            bc += 8;
+        }
+        return bc >= n;
+    };
+    // Adds the pending entry's extra bits to v once they are all there.
+    auto take_extra = [&](uint32_t& v) {
+        uint32_t x = ent & 15;
+        if (!pull_to(x)) return false;
+        v += uint32_t(low_bits(bb, x));
+        bb >>= x;
+        bc -= x;
+        return true;
+    };
+    // Looks a code up with the bits held (at least 11 while input lasts), taking one more byte
+    // whenever the entry wants more bits than are held. An entry that the held bits cannot
+    // trust counts as a code of the longest length: only bits really held condemn it.
+    enum { kFound, kNoInput, kMalformed };
+    auto lookup = [&](auto entry_of, auto valid, uint32_t& e, uint32_t& n) {
+        pull_to(11);
+        for (;;) {
+            e = entry_of();
+            n = e & 15;
+            if (!valid(e)) {
+                if (bc >= kMaxCodeBits) return kMalformed;
+                n = kMaxCodeBits;
+            }
+            if (n <= bc) return kFound;
+            if (in == in_end) return kNoInput;
+            pull_to(bc + 1);
+        }
+    };
+    uint32_t mode = 1;
+    zemStatus status = zemStatusOk;
+    if (*p_mode == 2) {
+        step = st->resume[0];
+        len = st->resume[1];
+        ent = st->resume[2];
+        dist = st->resume[3];
+        if (step > kStepCopy) {
+            status = zemStatusBadData;
+            goto done;
+        }
+    }
+
+#define ZEM_DROP(n)  \
+    do {             \
+        bb >>= (n);  \
+        bc -= (n);   \
+    } while (0)
+
+    for (;;) {
+        // ---------------- main loop ----------------
+        if (step == kStepCode && in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end) {
+            const uint8_t* const in_main = in;
+            enum { kGoOn, kEnd, kBad, kPending } why = kGoOn;
+            uint32_t e;
+
+            // The length/distance pair of entry e, whose bits are all held: false if malformed.
+            auto pair = [&](uint32_t& mlen, uint32_t& d) {
+                ZEM_DROP(e & 15);
+                uint32_t x = (e >> 4) & 7;
+                mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
+                ZEM_DROP(x);
+                uint32_t kb = tab.dist_entry(bb, d);
+                if (ZEM_UNLIKELY(kb > kDistTagMax)) return false;
+                ZEM_DROP(kb & 15);
+                x = kb >> 4;
+                d += uint32_t(low_bits(bb, x));
+                ZEM_DROP(x);
+                return true;
+            };
+            // A match that reaches before the output buffer, or that the room cuts short.
+            auto careful_copy = [&](uint32_t mlen, uint32_t d) {
+                size_t have = size_t(out - hist), room = size_t(out_end - out);
+                size_t n = mlen < room ? mlen : room;
+                if (size_t(d) - 1 < have) {
+                    copy_exact(out, d, n);
+                } else {
+                    if (d == 0 || win == nullptr || d - have > win_size) return kBad;
+                    copy_from_window(out, d - have, d, n, win, win_size, win_idx);
+                }
+                out += n;
+                if (n == mlen) return kGoOn;
+                len = uint32_t(mlen - n);
+                dist = d;
+                step = kStepCopy;
+                return kPending;
+            };
+
+            if (in_end - in >= (ptrdiff_t)kFastMinInput && out_end - out >= (ptrdiff_t)kFastMinRoom) {
+                FastState f{in, out, bb, bc};
+                int r = fast_loop(tab, f, in_end, out_end, hist, win, win_size, win_idx);
+                in = f.in;
+                out = f.out;
+                bb = f.bb;
+                bc = f.bc;
+                why = r == kFastEnd ? kEnd : r == kFastBad ? kBad : kGoOn;
+            }
+
+            // One symbol per refill up to the last byte of room or the last 16 of input.
+            if (why == kGoOn) {
+                while (in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end) {
+                    // Whole bytes until at least 57 bits are held.
+                    if (bc < 64) {
+                        bb |= load64(in) << bc;
+                        uint32_t k = (64 - bc) >> 3;
+                        in += k;
+                        bc += 8 * k;
+                    }
+                    e = tab.lit_entry(bb);
+                    if (ZEM_LIKELY(is_literal(e))) {
+                        if (ZEM_UNLIKELY((e & 15) == 0)) {
+                            why = kBad;
+                            break;
+                        }
+                        ZEM_DROP(e & 15);
+                        *out++ = uint8_t(e >> 8);
+                        continue;
+                    }
+                    if (ZEM_UNLIKELY(!is_length(e))) {
+                        why = (e & 0xF0) == T::kEob ? kEnd : kBad;
+                        if (why == kEnd) ZEM_DROP(e & 15);
+                        break;
+                    }
+                    uint32_t mlen, d;
+                    if (ZEM_UNLIKELY(!pair(mlen, d))) {
+                        why = kBad;
+                        break;
+                    }
+                    if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist) && size_t(out_end - out) >= mlen + kCopySlack)) {
+                        copy_wide(out, d, mlen);
+                        out += mlen;
+                        continue;
+                    }
+                    why = careful_copy(mlen, d);
+                    if (why != kGoOn) break;
+                }
+            }
+
+            // Hand whole bytes back so that what is held fits the caller's 32-bit word.
+            if (bc >= 9) {
+                size_t k = bc >> 3, loaded = size_t(in - in_main);
+                if (k > loaded) k = loaded;
+                in -= k;
+                bc -= uint32_t(8 * k);
+            }
+            bb = low_bits(bb, bc);
+            if (why == kEnd) {
+                mode = 0;
+                goto done;
+            }
+            if (why == kBad) {
+                status = zemStatusBadData;
+                goto done;
+            }
+            if (why == kPending) {
+                mode = 2;
+                goto done;
+            }
+        }
+
+        // ---------------- careful loop: one step ----------------
+        switch (step) {
+            case kStepCode: {
+                uint32_t e, n;
+                int got = lookup([&] { return tab.lit_entry(bb); },
+                                 [](uint32_t v) {
+                                     return (v & 15) != 0 && (is_literal(v) || is_length(v) || (v & 0xF0) == T::kEob);
+                                 },
+                                 e, n);
+                if (got != kFound) {
+                    mode = 1;
+                    status = got == kMalformed ? zemStatusBadData : zemStatusOk;
+                    goto done;
+                }
+                if ((e & 0xF0) == T::kEob) {
+                    ZEM_DROP(n);
+                    mode = 0;
+                    goto done;
+                }
+                if (out == out_end) {
+                    // Nothing taken: the code is decoded again when room comes.
+                    mode = 2;
+                    goto done;
+                }
+                ZEM_DROP(n);
+                if (is_literal(e)) {
+                    *out++ = uint8_t(e >> 8);
+                    continue;
+                }
+                len = (e >> 8) + 3;
+                ent = (e >> 4) & 7;
+                step = kStepLenExtra;
+            }
+                [[fallthrough]];
+            case kStepLenExtra:
+                if (!take_extra(len)) {
+                    mode = 2;
+                    goto done;
+                }
+                step = kStepDist;
+                [[fallthrough]];
+            case kStepDist: {
+                uint32_t kb, n, base = 0;
+                int got = lookup([&] { return tab.dist_entry(bb, base); }, [](uint32_t v) { return v <= kDistTagMax; },
+                                 kb, n);
+                if (got != kFound) {
+                    mode = 2;
+                    status = got == kMalformed ? zemStatusBadData : zemStatusOk;
+                    goto done;
+                }
+                ZEM_DROP(n);
+                ent = kb >> 4;
+                dist = base;
+                step = kStepDistExtra;
+            }
+                [[fallthrough]];
+            case kStepDistExtra:
+                if (!take_extra(dist)) {
+                    mode = 2;
+                    goto done;
+                }
+                step = kStepCopy;
+                [[fallthrough]];
+            case kStepCopy: {
+                size_t have = size_t(out - hist);
+                size_t room = size_t(out_end - out);
+                size_t n = len < room ? len : room;
+                if (size_t(dist) - 1 < have) {
+                    copy_exact(out, dist, n);
+                } else {
+                    if (dist == 0 || win == nullptr || dist - have > win_size) {
+                        status = zemStatusBadData;
+                        goto done;
+                    }
+                    copy_from_window(out, dist - have, dist, n, win, win_size, win_idx);
+                }
+                out += n;
+                len -= uint32_t(n);
+                if (len) {
+                    mode = 2;
+                    goto done;
+                }
+                step = kStepCode;
+                break;
+            }
+        }
+    }
+#undef ZEM_DROP
+
+done:
+    *pp_src = in;
+    *p_src_len = uint32_t(in_end - in);
+    *p_code = uint32_t(bb);
+    *p_bits = bc;
+    *pp_dst = out;
+    *p_dst_len = uint32_t(out_end - out);
+    if (status == zemStatusOk) {
+        *p_mode = mode;
+        if (mode == 2) {
+            st->resume[0] = step;
+            st->resume[1] = len;
+            st->resume[2] = ent;
+            st->resume[3] = dist;
+        }
+    }
+    return status;
+}
+
+}  // namespace
+
+zemStatus decode(const uint8_t** pp_src, uint32_t* p_src_len, uint32_t* p_code, uint32_t* p_bits, uint32_t win_idx,
+                 uint8_t** pp_dst, uint32_t* p_dst_len, uint32_t dst_idx, uint32_t* p_mode, zemInflateState* st) {
+    if (st->tableKind == 2)
+        return run(CompactTables(st), pp_src, p_src_len, p_code, p_bits, win_idx, pp_dst, p_dst_len, dst_idx, p_mode,
+                   st);
+    const GeneralTablesView g{st->tableKind == 0 ? &kFixedTables : general(st)};
+    return run(g, pp_src, p_src_len, p_code, p_bits, win_idx, pp_dst, p_dst_len, dst_idx, p_mode, st);
+}
+
+}  // namespace zem::inflate
+
+ZEM_API zemStatus zemsInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCode, uint32_t* pCodeLenBits,
+                                 uint32_t winIdx, uint8_t** ppDst, uint32_t* pDstLen, uint32_t dstIdx,
+                                 uint32_t* pMode, zemInflateState* state) {
+    if (zem::any_null(ppSrc, pSrcLen, pCode, pCodeLenBits, ppDst, pDstLen, pMode, state)) return zemStatusNullPtr;
+    if (*ppSrc == nullptr || *ppDst == nullptr) return zemStatusNullPtr;
+    if (*pCodeLenBits > 32 || winIdx > state->windowSize) return zemStatusSize;
+    if (state->tableKind > 2) return zemStatusBadData;
+    return zem::inflate::decode(ppSrc, pSrcLen, pCode, pCodeLenBits, winIdx, ppDst, pDstLen, dstIdx, pMode, state);
+}

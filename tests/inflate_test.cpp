@@ -1,0 +1,627 @@
+// Inflate: the table builder, the resumable decoder and the raw/zlib/gzip stream on top of them.
+#include <gtest/gtest.h>
+#include <libdeflate.h>
+#include <zlib.h>
+
+#include <string>
+#include <vector>
+
+#include "deflate/inflate_tables.h"
+#include "inflate_stream.h"
+#include "test_util.h"
+#include "zemdc.h"
+
+using zem::stream::Format;
+using zem::stream::InflateResult;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+// ---- reference encoders ----
+
+Bytes zlib_compress(const Bytes& in, Format f, int level, int strategy = Z_DEFAULT_STRATEGY) {
+    z_stream z{};
+    int wbits = f == Format::Raw ? -15 : f == Format::Zlib ? 15 : 31;
+    EXPECT_EQ(deflateInit2(&z, level, Z_DEFLATED, wbits, 9, strategy), Z_OK);
+    Bytes out(deflateBound(&z, in.size()) + 64);
+    z.next_in = const_cast<uint8_t*>(in.data());
+    z.avail_in = uInt(in.size());
+    z.next_out = out.data();
+    z.avail_out = uInt(out.size());
+    EXPECT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+
+Bytes libdeflate_compress(const Bytes& in, Format f, int level) {
+    libdeflate_compressor* c = libdeflate_alloc_compressor(level);
+    Bytes out(libdeflate_deflate_compress_bound(c, in.size()) + 64);
+    size_t n = f == Format::Raw    ? libdeflate_deflate_compress(c, in.data(), in.size(), out.data(), out.size())
+               : f == Format::Zlib ? libdeflate_zlib_compress(c, in.data(), in.size(), out.data(), out.size())
+                                   : libdeflate_gzip_compress(c, in.data(), in.size(), out.data(), out.size());
+    libdeflate_free_compressor(c);
+    out.resize(n);
+    return out;
+}
+
+// ---- our decoding ----
+
+Bytes one_shot(Format f, const Bytes& comp, size_t cap, InflateResult want = InflateResult::End) {
+    Bytes out(cap + 1);
+    size_t n = 0;
+    EXPECT_EQ(zem::stream::inflate_buffer(f, comp.data(), comp.size(), out.data(), cap, &n), want);
+    out.resize(n);
+    return out;
+}
+
+// Feeds input and offers output in random pieces of 1..max_piece bytes. With `contiguous` the
+// output is one buffer (its earlier bytes serve as history), otherwise every piece is a fresh
+// buffer and the stream keeps its window.
+Bytes pieces(Format f, const Bytes& comp, size_t expect, uint64_t seed, uint32_t max_piece, bool contiguous) {
+    zt::Rng r(seed);
+    zem::stream::Inflater inf(f, contiguous);
+    Bytes out(expect + 64);
+    size_t in_pos = 0, out_pos = 0, in_avail = 0;
+    for (int guard = 0; guard < 50000000; ++guard) {
+        size_t add = 1 + r.below(max_piece);
+        in_avail = std::min(comp.size() - in_pos, in_avail + add);
+        size_t room = std::min(out.size() - out_pos, size_t(1 + r.below(max_piece)));
+        Bytes scratch(room + 1);
+        const uint8_t* ip = comp.data() + in_pos;
+        size_t il = in_avail;
+        uint8_t* op = contiguous ? out.data() + out_pos : scratch.data();
+        size_t ol = room;
+        InflateResult res = inf.run(ip, il, op, ol);
+        size_t made = room - ol;
+        if (!contiguous) memcpy(out.data() + out_pos, scratch.data(), made);
+        in_pos += in_avail - il;
+        in_avail = il;
+        out_pos += made;
+        if (res == InflateResult::End && in_pos == comp.size()) break;
+        if (res != InflateResult::Ok && res != InflateResult::End) {
+            ADD_FAILURE() << "stream failed at in " << in_pos << " out " << out_pos;
+            break;
+        }
+    }
+    out.resize(out_pos);
+    return out;
+}
+
+Bytes text_like(size_t n, uint64_t seed) {
+    static const char* words[] = {"the ", "inflate ", "window ", "of ", "and ", "stream ", "block ", "\n",
+                                  "Huffman ", "code ", "length ", "distance ", "zemdc ", ", ", ". "};
+    zt::Rng r(seed);
+    Bytes v;
+    while (v.size() < n) {
+        const char* w = words[r.below(15)];
+        v.insert(v.end(), w, w + strlen(w));
+    }
+    v.resize(n);
+    return v;
+}
+
+std::vector<Bytes> sample_inputs() {
+    Bytes mixed = zt::compressible_bytes(150000, 3);
+    Bytes rnd = zt::random_bytes(3000, 4);
+    mixed.insert(mixed.end(), rnd.begin(), rnd.end());
+    return {text_like(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'), Bytes{}, Bytes{42}};
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- streams of the reference encoders
+
+TEST(InflateStream, DecodesEveryZlibLevelStrategyAndFormat) {
+    for (const Bytes& in : sample_inputs()) {
+        for (Format f : {Format::Raw, Format::Zlib, Format::Gzip}) {
+            for (int level = 0; level <= 9; ++level)
+                ASSERT_EQ(one_shot(f, zlib_compress(in, f, level), in.size()), in) << level;
+            for (int strategy : {Z_HUFFMAN_ONLY, Z_RLE, Z_FIXED})
+                ASSERT_EQ(one_shot(f, zlib_compress(in, f, 6, strategy), in.size()), in) << strategy;
+        }
+    }
+}
+
+TEST(InflateStream, DecodesEveryLibdeflateLevel) {
+    for (const Bytes& in : sample_inputs())
+        for (Format f : {Format::Raw, Format::Zlib, Format::Gzip})
+            for (int level = 1; level <= 12; ++level)
+                ASSERT_EQ(one_shot(f, libdeflate_compress(in, f, level), in.size()), in) << level;
+}
+
+TEST(InflateStream, ResumesAtAnyByteWithAndWithoutWindow) {
+    Bytes text = text_like(120000, 7);
+    Bytes mixed = zt::compressible_bytes(90000, 8);
+    uint64_t seed = 100;
+    for (const Bytes* in : {&text, &mixed}) {
+        std::vector<Bytes> streams = {zlib_compress(*in, Format::Gzip, 9), zlib_compress(*in, Format::Gzip, 1),
+                                      zlib_compress(*in, Format::Gzip, 0), zlib_compress(*in, Format::Gzip, 6, Z_FIXED),
+                                      libdeflate_compress(*in, Format::Gzip, 12)};
+        for (const Bytes& comp : streams) {
+            for (bool contiguous : {false, true}) {
+                EXPECT_EQ(pieces(Format::Gzip, comp, in->size(), seed++, 1, contiguous), *in);
+                EXPECT_EQ(pieces(Format::Gzip, comp, in->size(), seed++, 7, contiguous), *in);
+                EXPECT_EQ(pieces(Format::Gzip, comp, in->size(), seed++, 3000, contiguous), *in);
+            }
+        }
+    }
+    Bytes z = zlib_compress(mixed, Format::Zlib, 6);
+    EXPECT_EQ(pieces(Format::Zlib, z, mixed.size(), 1, 40, false), mixed);
+}
+
+TEST(InflateStream, GzipMembersFollowEachOther) {
+    Bytes a = text_like(50000, 11), b = zt::compressible_bytes(40000, 12);
+    Bytes comp = zlib_compress(a, Format::Gzip, 6);
+    Bytes second = libdeflate_compress(b, Format::Gzip, 9);
+    comp.insert(comp.end(), second.begin(), second.end());
+    Bytes both = a;
+    both.insert(both.end(), b.begin(), b.end());
+    EXPECT_EQ(one_shot(Format::Gzip, comp, both.size()), both);
+    EXPECT_EQ(pieces(Format::Gzip, comp, both.size(), 5, 13, false), both);
+}
+
+TEST(InflateStream, RefusesDamagedStreams) {
+    Bytes in = text_like(30000, 2);
+    Bytes gz = zlib_compress(in, Format::Gzip, 6);
+    Bytes bad_crc = gz;
+    bad_crc[bad_crc.size() - 6] ^= 1;
+    one_shot(Format::Gzip, bad_crc, in.size(), InflateResult::BadData);
+    Bytes bad_size = gz;
+    bad_size[bad_size.size() - 2] ^= 1;
+    one_shot(Format::Gzip, bad_size, in.size(), InflateResult::BadData);
+    Bytes zl = zlib_compress(in, Format::Zlib, 6);
+    Bytes bad_adler = zl;
+    bad_adler.back() ^= 0x80;
+    one_shot(Format::Zlib, bad_adler, in.size(), InflateResult::BadData);
+    Bytes bad_header = zl;
+    bad_header[1] ^= 1;  // the header check fails
+    one_shot(Format::Zlib, bad_header, in.size(), InflateResult::BadData);
+    // Short output and short input are told apart.
+    one_shot(Format::Gzip, gz, in.size() - 1, InflateResult::DstTooSmall);
+    one_shot(Format::Gzip, Bytes(gz.begin(), gz.end() - 1), in.size(), InflateResult::Truncated);
+    // Random bytes after a valid header: the decoder stops cleanly, whatever it decides.
+    for (uint64_t s = 0; s < 300; ++s) {
+        Bytes junk = zt::random_bytes(200 + s, s);
+        junk[0] = 0x78;
+        junk[1] = 0x9c;
+        Bytes out(1000);
+        size_t n;
+        InflateResult r = zem::stream::inflate_buffer(Format::Zlib, junk.data(), junk.size(), out.data(), out.size(), &n);
+        EXPECT_NE(r, InflateResult::End);
+    }
+}
+
+TEST(InflateStream, OutputEndingAtAGuardPage) {
+    Bytes in = zt::compressible_bytes(60000, 21);
+    for (Format f : {Format::Raw, Format::Gzip}) {
+        for (int level : {1, 6, 9}) {
+            Bytes comp = zlib_compress(in, f, level);
+            zt::GuardedBuffer src(comp.size());
+            src.assign(comp.data(), comp.size());
+            zt::GuardedBuffer dst(in.size());
+            size_t n = 0;
+            ASSERT_EQ(zem::stream::inflate_buffer(f, src.data(), comp.size(), dst.data(), in.size(), &n),
+                      InflateResult::End);
+            ASSERT_EQ(n, in.size());
+            ASSERT_EQ(memcmp(dst.data(), in.data(), n), 0);
+            // Too little room, truncated and damaged input: stop without touching the guard.
+            zt::GuardedBuffer small(in.size() / 2);
+            EXPECT_EQ(zem::stream::inflate_buffer(f, src.data(), comp.size(), small.data(), small.size(), &n),
+                      InflateResult::DstTooSmall);
+            EXPECT_EQ(memcmp(small.data(), in.data(), small.size()), 0);
+            for (size_t cut : {comp.size() / 3, comp.size() - 9}) {
+                zt::GuardedBuffer part(cut);
+                part.assign(comp.data(), cut);
+                EXPECT_NE(zem::stream::inflate_buffer(f, part.data(), cut, dst.data(), in.size(), &n),
+                          InflateResult::End);
+            }
+            zt::Rng r(level);
+            for (int k = 0; k < 50; ++k) {
+                Bytes dam = comp;
+                dam[10 + r.below(uint32_t(dam.size() - 10))] ^= uint8_t(1 + r.below(255));
+                zt::GuardedBuffer d2(dam.size());
+                d2.assign(dam.data(), dam.size());
+                (void)zem::stream::inflate_buffer(f, d2.data(), dam.size(), small.data(), small.size(), &n);
+            }
+        }
+    }
+}
+
+// ---------------------------------------------------------------- the primitives
+
+namespace {
+
+uint32_t reverse(uint32_t code, uint32_t len) {
+    uint32_t r = 0;
+    for (uint32_t i = 0; i < len; ++i) r |= ((code >> i) & 1) << (len - 1 - i);
+    return r;
+}
+
+// Canonical codes of a set of lengths, most significant bit first.
+std::vector<uint32_t> canonical(const std::vector<uint16_t>& lens) {
+    uint32_t count[16] = {}, next[16] = {};
+    for (uint16_t l : lens) count[l]++;
+    count[0] = 0;
+    for (uint32_t l = 1, code = 0; l < 16; ++l) next[l] = code = (code + count[l - 1]) << 1;
+    std::vector<uint32_t> codes(lens.size());
+    for (size_t s = 0; s < lens.size(); ++s)
+        if (lens[s]) codes[s] = next[lens[s]]++;
+    return codes;
+}
+
+// A random complete code over `symbols`: leaves are split at random, the first ones down to
+// max_len so that the longest length is really used.
+std::vector<uint16_t> random_code(size_t alphabet, const std::vector<uint32_t>& symbols, uint32_t max_len,
+                                  uint64_t seed) {
+    zt::Rng r(seed);
+    std::vector<uint32_t> depth = {0};
+    while (depth.size() < symbols.size()) {
+        size_t pick = depth.back() < max_len ? depth.size() - 1 : r.below(uint32_t(depth.size()));
+        if (depth[pick] >= max_len) continue;
+        depth[pick]++;
+        depth.push_back(depth[pick]);
+    }
+    std::vector<uint16_t> lens(alphabet, 0);
+    for (size_t i = 0; i < symbols.size(); ++i) lens[symbols[(i * 7 + seed) % symbols.size()]] = uint16_t(depth[i]);
+    return lens;
+}
+
+struct BitWriter {
+    Bytes bytes;
+    uint64_t acc = 0;
+    uint32_t n = 0;
+    void put(uint32_t v, uint32_t bits) {
+        acc |= uint64_t(v) << n;
+        n += bits;
+        while (n >= 8) {
+            bytes.push_back(uint8_t(acc));
+            acc >>= 8;
+            n -= 8;
+        }
+    }
+    void code(uint32_t c, uint32_t len) { put(reverse(c, len), len); }
+    Bytes finish() {
+        if (n) bytes.push_back(uint8_t(acc));
+        return bytes;
+    }
+};
+
+using zem::inflate::kDistBase;
+using zem::inflate::kDistExtra;
+using zem::inflate::kLengthBase;
+using zem::inflate::kLengthExtra;
+
+// A block body with the given codes: random literals and matches over every coded symbol,
+// ending with the end-of-block code. `history` is what precedes the output (the window).
+struct Block {
+    Bytes body;
+    Bytes expect;
+};
+Block make_block(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& dist, const Bytes& history,
+                 size_t n_ops, uint64_t seed) {
+    zt::Rng r(seed);
+    auto lc = canonical(lit), dc = canonical(dist);
+    std::vector<uint32_t> lits, lens, dists;
+    for (uint32_t s = 0; s < lit.size(); ++s)
+        if (lit[s] && s != 256) (s > 256 && s < 286 ? lens : lits).push_back(s);
+    for (uint32_t s = 0; s < dist.size(); ++s)
+        if (dist[s]) dists.push_back(s);
+    BitWriter w;
+    Block b;
+    Bytes all = history;
+    for (size_t i = 0; i < n_ops; ++i) {
+        if (!lens.empty() && !dists.empty() && r.below(2)) {
+            uint32_t ls = lens[r.below(uint32_t(lens.size()))], ds = dists[r.below(uint32_t(dists.size()))];
+            uint32_t le = kLengthExtra[ls - 257], de = kDistExtra[ds];
+            uint32_t lx = r.below(1u << le), dx = r.below(1u << de);
+            uint32_t len = kLengthBase[ls - 257] + lx, d = kDistBase[ds] + dx;
+            if (d <= all.size()) {
+                w.code(lc[ls], lit[ls]);
+                w.put(lx, le);
+                w.code(dc[ds], dist[ds]);
+                w.put(dx, de);
+                for (uint32_t k = 0; k < len; ++k) all.push_back(all[all.size() - d]);
+                continue;
+            }
+        }
+        if (lits.empty()) break;
+        uint32_t s = lits[r.below(uint32_t(lits.size()))];
+        w.code(lc[s], lit[s]);
+        all.push_back(s < 256 ? uint8_t(s) : 0);  // 286 and 287 read as the literal 0
+    }
+    w.code(lc[256], lit[256]);
+    // Trailing bytes, as the next block would bring: the decoder must stop at the end code.
+    w.put(0x5a5a5a5a, 32);
+    b.body = w.finish();
+    b.expect.assign(all.begin() + ptrdiff_t(history.size()), all.end());
+    return b;
+}
+
+zemInflateState build_state(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& dist, zemStatus want = 0) {
+    zemInflateState st;
+    memset(&st, 0xAB, sizeof st);  // the builder must not rely on a cleared record
+    st.window = nullptr;
+    st.windowSize = 0;
+    std::vector<uint16_t> all = lit;
+    all.insert(all.end(), dist.begin(), dist.end());
+    EXPECT_EQ(zemsInflateBuildHuffTable(all.data(), uint32_t(lit.size()), uint32_t(dist.size()), &st), want);
+    return st;
+}
+
+// Decodes a block body with the primitive in pieces of input and output of at most `piece`
+// bytes (0: all at once), the output one buffer whose earlier bytes serve as history, the
+// window (if any) circular with its next write position at win_idx.
+Bytes decode_body(zemInflateState& st, const Bytes& body, size_t cap, uint32_t piece, uint64_t seed,
+                  zemStatus* status = nullptr) {
+    zt::Rng r(seed);
+    Bytes out(cap);
+    const uint8_t* src = body.data();
+    uint32_t code = 0, bits = 0, mode = 0;
+    size_t in_left = body.size(), produced = 0;
+    for (int guard = 0; guard < 10000000; ++guard) {
+        uint32_t in_n = uint32_t(piece ? std::min<size_t>(in_left, 1 + r.below(piece)) : in_left);
+        uint32_t out_n = uint32_t(piece ? std::min<size_t>(cap - produced, r.below(piece + 1)) : cap - produced);
+        uint32_t in_before = in_n;
+        uint8_t* dst = out.data() + produced;
+        uint8_t* dst0 = dst;
+        zemStatus s = zemsInflate_8u(&src, &in_n, &code, &bits, st.windowSize ? 7 : 0, &dst, &out_n,
+                                     uint32_t(produced), &mode, &st);
+        EXPECT_LE(bits, 32u);
+        in_left -= in_before - in_n;
+        produced += size_t(dst - dst0);
+        if (s != zemStatusOk || mode == 0) {
+            if (status) *status = s;
+            else EXPECT_EQ(s, zemStatusOk);
+            break;
+        }
+        if (!piece && in_left == 0) break;
+    }
+    out.resize(produced);
+    return out;
+}
+
+Bytes window_bytes() { return zt::random_bytes(32768, 77); }
+
+// The window as history, oldest byte first, for a next write position of 7.
+Bytes window_history(const Bytes& win) {
+    Bytes h(win.begin() + 7, win.end());
+    h.insert(h.end(), win.begin(), win.begin() + 7);
+    return h;
+}
+
+std::vector<uint32_t> range(uint32_t from, uint32_t to) {
+    std::vector<uint32_t> v;
+    for (uint32_t s = from; s < to; ++s) v.push_back(s);
+    return v;
+}
+
+}  // namespace
+
+TEST(InflateBuild, RefusesBadCodesAndCounts) {
+    std::vector<uint16_t> lens(288 + 30, 0);
+    zemInflateState st;
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 30, &st), zemStatusBadData);  // no code at all
+    EXPECT_EQ(zemsInflateBuildHuffTable(nullptr, 289, 0, &st), zemStatusNullPtr);       // pointers first
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 289, 0, &st), zemStatusSize);
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 257, 31, &st), zemStatusSize);
+    lens[0] = 1, lens[1] = 1, lens[256] = 2;  // over-subscribed
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 0, &st), zemStatusBadData);
+    lens[0] = 2, lens[1] = 2, lens[256] = 2;  // incomplete
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 0, &st), zemStatusBadData);
+    lens[0] = 1, lens[1] = 0, lens[256] = 1;
+    lens[288] = 2, lens[289] = 2, lens[290] = 2;  // a good literal code, an incomplete distance code
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 30, &st), zemStatusBadData);
+    lens[288] = 1, lens[289] = 0, lens[290] = 0;  // one distance code of length 1: accepted
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 30, &st), zemStatusOk);
+    lens[0] = 0;  // one literal/length code of length 1: accepted too
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 0, &st), zemStatusOk);
+}
+
+TEST(InflateBuild, ChoosesTheLayoutByTheLongestCodes) {
+    auto lit_syms = range(0, 286), dist_syms = range(0, 30);
+    struct Case {
+        uint32_t lit_max, dist_max, kind;
+    } cases[] = {{11, 10, 2}, {12, 10, 1}, {11, 11, 1}, {9, 5, 2}, {15, 15, 1}};
+    for (auto c : cases) {
+        zemInflateState st = build_state(random_code(286, lit_syms, c.lit_max, 3), random_code(30, dist_syms, c.dist_max, 4));
+        EXPECT_EQ(st.tableKind, c.kind);
+        if (c.kind == 2) {
+            EXPECT_EQ(st.litBits, c.lit_max);
+            EXPECT_EQ(st.distBits, c.dist_max);
+        }
+    }
+    // 256 literal/length lengths: the compact build refuses after having set its fields, the
+    // general build places no end code and succeeds.
+    std::vector<uint16_t> lens(256, 8);
+    zemInflateState st;
+    st.tableKind = 0;
+    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 256, 0, &st), zemStatusBadData);
+    EXPECT_EQ(st.tableKind, 2u);
+    EXPECT_EQ(st.litBits, 8u);
+    auto general = random_code(256, range(0, 256), 13, 5);
+    EXPECT_EQ(zemsInflateBuildHuffTable(general.data(), 256, 0, &st), zemStatusOk);
+    EXPECT_EQ(st.tableKind, 1u);
+}
+
+TEST(InflateBuild, FixedCodeTableHasTheDocumentedEntries) {
+    const auto& t = zem::inflate::kFixedTables;
+    auto lit = [&](uint32_t i) { return std::pair<int, int>(t.lit_tag[i], t.lit_val[i]); };
+    // Literal 'A' (8 bits), the end code (7), symbol 265 (7 + 1 folded), 273 (7 + 3 folded),
+    // 277 (7 bits, 4 extra left), 281 (8 bits, 5 left), 285 (8 bits, length 258).
+    EXPECT_EQ(lit(reverse(0x30 + 'A', 8)), std::make_pair(0x08, int('A')));
+    EXPECT_EQ(lit(reverse(0, 7)), std::make_pair(0x67, 0));
+    EXPECT_EQ(lit(reverse(9, 7)), std::make_pair(0x88, 8));
+    EXPECT_EQ(lit(reverse(9, 7) | 128), std::make_pair(0x88, 9));
+    EXPECT_EQ(lit(reverse(17, 7) | 5 << 7), std::make_pair(0x8A, 35 + 5 - 3));
+    EXPECT_EQ(lit(reverse(21, 7) | 512), std::make_pair(0xC7, 64));
+    EXPECT_EQ(lit(reverse(0xc0 + 1, 8)), std::make_pair(0xD8, 131 - 3));
+    EXPECT_EQ(lit(reverse(0xc0 + 5, 8)), std::make_pair(0x88, 255));
+    auto dist = [&](uint32_t i) { return std::pair<int, int>(t.dist_tag[i], t.dist_val[i]); };
+    EXPECT_EQ(dist(reverse(4, 5)), std::make_pair(0x06, 5));
+    EXPECT_EQ(dist(reverse(4, 5) | 32), std::make_pair(0x06, 6));
+    EXPECT_EQ(dist(reverse(12, 5) | 31 << 5), std::make_pair(0x0A, 96));
+    EXPECT_EQ(dist(reverse(14, 5)), std::make_pair(0x65, 129));
+    EXPECT_EQ(dist(reverse(29, 5) | 992), std::make_pair(0xD5, 24577));
+}
+
+TEST(InflateDecode, HandMadeBlocksInEveryLayout) {
+    const Bytes win = window_bytes(), hist = window_history(win);
+    std::vector<uint32_t> lit_syms = range(0, 40);
+    for (uint32_t s : {100u, 200u, 255u, 256u, 257u, 264u, 265u, 268u, 272u, 276u, 277u, 280u, 281u, 284u, 285u})
+        lit_syms.push_back(s);
+    struct Case {
+        uint32_t lit_max, dist_max;
+        size_t n_dist;
+    } cases[] = {{15, 15, 30}, {12, 9, 20}, {11, 10, 30}, {9, 6, 30}, {15, 5, 30}, {10, 15, 30}, {8, 1, 1}};
+    uint64_t seed = 1;
+    for (auto c : cases) {
+        auto lit = random_code(286, lit_syms, c.lit_max, seed++);
+        auto dist = random_code(30, range(0, uint32_t(c.n_dist)), c.dist_max, seed++);
+        for (bool with_window : {true, false}) {
+            Block b = make_block(lit, dist, with_window ? hist : Bytes{}, 3000, seed++);
+            zemInflateState st = build_state(lit, dist);
+            st.window = with_window ? const_cast<uint8_t*>(win.data()) : nullptr;
+            st.windowSize = with_window ? uint32_t(win.size()) : 0;
+            for (uint32_t piece : {0u, 1u, 5u, 40u}) {
+                zemInflateState copy = st;
+                EXPECT_EQ(decode_body(copy, b.body, b.expect.size(), piece, seed++), b.expect)
+                    << c.lit_max << "/" << c.dist_max << " piece " << piece << " window " << with_window;
+            }
+        }
+    }
+}
+
+TEST(InflateDecode, OneCodeAlphabetsAndTheUnusedSymbols) {
+    // A literal/length code of the end code alone: the block is empty, mode 0 at once.
+    std::vector<uint16_t> lit(286, 0), dist(30, 0);
+    lit[256] = 1;
+    for (bool general : {false, true}) {
+        if (general) lit.push_back(0), lit.push_back(0);
+        zemInflateState st = build_state(lit, dist);
+        Bytes body = {0x00, 0xff};
+        const uint8_t* src = body.data();
+        uint32_t n = 2, code = 0, bits = 0, mode = 1, room = 10;
+        uint8_t out[10], *dst = out;
+        EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusOk);
+        EXPECT_EQ(mode, 0u);
+        EXPECT_EQ(room, 10u);
+        // The other half of the one-bit code is no code at all, once enough bits are held to
+        // tell (a compact table's unused entries keep what the record held before).
+        Bytes ones(8, 0xff);
+        src = ones.data(), n = 8, code = 0, bits = 0, mode = 1;
+        EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusBadData);
+    }
+    // Symbols 286 and 287 decode as the literal 0 in the compact layout.
+    std::vector<uint16_t> lit288(288, 0);
+    lit288['x'] = 1, lit288[256] = 2, lit288[259] = 3;
+    lit288[257] = lit288[258] = lit288[286] = lit288[287] = 5;
+    dist[0] = 1;
+    zemInflateState st = build_state(lit288, dist);
+    ASSERT_EQ(st.tableKind, 2u);
+    Block b = make_block(lit288, dist, {}, 500, 9);
+    EXPECT_EQ(decode_body(st, b.body, b.expect.size(), 0, 1), b.expect);
+}
+
+TEST(InflateDecode, ChecksArgumentsAndRefusesBadStreams) {
+    zemInflateState st{};
+    st.tableKind = 0;
+    uint8_t in[64] = {}, out[64];
+    const uint8_t* src = in;
+    uint8_t* dst = out;
+    uint32_t n = 64, code = 0, bits = 0, mode = 0, room = 64;
+    EXPECT_EQ(zemsInflate_8u(nullptr, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusNullPtr);
+    EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, nullptr), zemStatusNullPtr);
+    const uint8_t* null_src = nullptr;
+    EXPECT_EQ(zemsInflate_8u(&null_src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusNullPtr);
+    bits = 33;
+    EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusSize);
+    bits = 0;
+    EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 1, &dst, &room, 0, &mode, &st), zemStatusSize);
+    st.tableKind = 3;
+    EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusBadData);
+    EXPECT_TRUE(src == in && dst == out && n == 64 && room == 64 && code == 0 && bits == 0);
+    // Fixed code: literal 'a', then a match of distance 2 with only one byte of history.
+    st.tableKind = 0;
+    BitWriter w;
+    w.code(0x30 + 'a', 8);
+    w.code(1, 7);  // length 3
+    w.code(1, 5);  // distance 2
+    Bytes body = w.finish();
+    body.resize(64);
+    n = 64;  // zero bits: the end code at once
+    EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusOk);
+    EXPECT_EQ(mode, 0u);
+    EXPECT_EQ(dst - out, 0);
+    src = body.data(), dst = out, n = 64, room = 64, code = 0, bits = 0;
+    EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusBadData);
+    EXPECT_EQ(dst - out, 1);  // the literal stays written
+    // One byte of earlier output makes the same match valid.
+    src = body.data(), dst = out + 1, n = 64, room = 63, code = 0, bits = 0, mode = 0;
+    out[0] = 'z';
+    st.window = nullptr;
+    zemStatus s = zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 1, &mode, &st);
+    EXPECT_EQ(s, zemStatusOk);
+    EXPECT_EQ(memcmp(out, "zazaz", 5), 0);
+}
+
+TEST(InflateDecode, ResumesInsideAPairAndAMatch) {
+    // Fixed code: 'a', 'b', then length 258 (symbol 285) at distance 2, then the end code.
+    BitWriter w;
+    w.code(0x30 + 'a', 8);
+    w.code(0x30 + 'b', 8);
+    w.code(0xc0 + 5, 8);
+    w.code(1, 5);
+    w.code(0, 7);
+    Bytes body = w.finish();
+    Bytes expect = {'a', 'b'};
+    for (int i = 0; i < 258; ++i) expect.push_back(expect[expect.size() - 2]);
+    for (uint32_t piece : {1u, 2u, 3u, 100u}) {
+        zemInflateState st{};
+        st.tableKind = 0;
+        EXPECT_EQ(decode_body(st, body, expect.size(), piece, piece), expect) << piece;
+    }
+    // Output room that ends inside the match: mode 2, and the next call goes on with it.
+    zemInflateState st{};
+    st.tableKind = 0;
+    Bytes out(300);
+    const uint8_t* src = body.data();
+    uint8_t* dst = out.data();
+    uint32_t n = uint32_t(body.size()), code = 0, bits = 0, mode = 0, room = 100;
+    ASSERT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusOk);
+    EXPECT_EQ(mode, 2u);
+    EXPECT_EQ(room, 0u);
+    room = 200;
+    ASSERT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 100, &mode, &st), zemStatusOk);
+    EXPECT_EQ(mode, 0u);
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 260), expect);
+}
+
+TEST(InflateDecode, OutputAtAGuardPageAndRandomBodies) {
+    const Bytes win = window_bytes(), hist = window_history(win);
+    auto lit = random_code(286, range(0, 286), 15, 31), dist = random_code(30, range(0, 30), 15, 32);
+    Block b = make_block(lit, dist, hist, 5000, 33);
+    zemInflateState st = build_state(lit, dist);
+    st.window = const_cast<uint8_t*>(win.data());
+    st.windowSize = uint32_t(win.size());
+    zt::GuardedBuffer in(b.body.size());
+    in.assign(b.body.data(), b.body.size());
+    zt::GuardedBuffer out(b.expect.size());
+    const uint8_t* src = in.data();
+    uint8_t* dst = out.data();
+    uint32_t n = uint32_t(b.body.size()), code = 0, bits = 0, mode = 0, room = uint32_t(b.expect.size());
+    ASSERT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 7, &dst, &room, 0, &mode, &st), zemStatusOk);
+    EXPECT_EQ(mode, 0u);
+    EXPECT_EQ(memcmp(out.data(), b.expect.data(), b.expect.size()), 0);
+    // Random bodies through every layout, into a small guarded output.
+    zt::GuardedBuffer small(700);
+    for (uint64_t seed = 0; seed < 200; ++seed) {
+        Bytes junk = zt::random_bytes(50 + seed * 3, seed);
+        zemInflateState s2 = seed % 3 == 0 ? st : build_state(random_code(286, range(0, 286), 9 + seed % 7, seed),
+                                                              random_code(30, range(0, 30), 5 + seed % 11, seed));
+        if (seed % 5 == 0) s2.tableKind = 0;
+        src = junk.data(), dst = small.data(), n = uint32_t(junk.size()), room = 700, code = 0, bits = 0, mode = 0;
+        (void)zemsInflate_8u(&src, &n, &code, &bits, seed % 3 == 0 ? 7 : 0, &dst, &room, 0, &mode, &s2);
+        EXPECT_LE(bits, 32u);
+    }
+}
