@@ -296,7 +296,88 @@ ZEM_API zemStatus zemsInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint3
 /* ZFP: 4x4x4 blocks of 32-bit floats                                                           */
 /* ------------------------------------------------------------------------------------------- */
 
-/* @@zfp@@ */
+/* The state of one zfp bit stream: an opaque record of exactly 576 bytes (the size that
+ * zemsEncodeZfpGetStateSize_32f reports), allocated by the caller. One record serves either
+ * direction; it holds a pointer into the bound buffer, no other memory. */
+typedef struct zemZfpState zemZfpState;
+
+/* Stores the size of a zemZfpState, 576 bytes, in *pStateSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpGetStateSize_32f(int32_t* pStateSize);
+
+/* Binds *pState to the bufLen bytes at pBuf (the output when encoding, the input when decoding;
+ * a decoder never writes to it) and resets the parameters to their defaults: minBits 0,
+ * maxBits 4171, maxPrec 64, minExp -10740 (no accuracy limit). Set and SetAccuracy must follow,
+ * not precede, Init. Statuses: zemStatusNullPtr (pState or pBuf null), zemStatusSize
+ * (bufLen < 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpInit_32f(uint8_t* pBuf, int32_t bufLen, zemZfpState* pState);
+
+/* As zemsEncodeZfpInit_32f with a 64-bit length. Only bufLen 0 is rejected (zemStatusSize); a
+ * negative length is accepted and yields a stream on which every later write or read fails with
+ * zemStatusStreamEnd. */
+ZEM_API zemStatus zemsEncodeZfpInitLong_32f(uint8_t* pBuf, int64_t bufLen, zemZfpState* pState);
+
+/* Sets the four coding parameters: every block occupies at least minBits and at most maxBits
+ * bits (its 9 header bits always), at most maxPrec bit planes (1..32 for floats; more acts as
+ * 32) and no plane below 2^minExp. The values are stored unchecked. Fixed rate r bits per value:
+ * minBits = maxBits = 64 r, maxPrec 64; fixed precision p: maxPrec = p.
+ * Statuses: zemStatusNullPtr, zemStatusContextMismatch (the record was never initialised),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
+                                       zemZfpState* pState);
+
+/* Fixed-accuracy mode: sets minExp to floor(log2(tolerance)) (the binary exponent of the
+ * tolerance; its mantissa is ignored, a subnormal gives -1023), or back to -10740 (no limit) for a
+ * tolerance that is zero, negative or NaN. The other parameters are kept.
+ * Statuses: zemStatusNullPtr, zemStatusContextMismatch, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpSetAccuracy_32f(double tolerance, zemZfpState* pState);
+
+/* Stores the bytes written so far (whole words; bits not yet flushed are not counted: call
+ * zemsEncodeZfpFlush_32f first), the low 32 bits of the count, in *pSize.
+ * Statuses: zemStatusNullPtr, zemStatusContextMismatch, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpGetCompressedSize_32f(const zemZfpState* pState, int32_t* pSize);
+
+/* As zemsEncodeZfpGetCompressedSize_32f with a 64-bit count. */
+ZEM_API zemStatus zemsEncodeZfpGetCompressedSizeLong_32f(const zemZfpState* pState, uint64_t* pSize);
+
+/* Stores the bits of the stream so far, written bytes times 8 plus the pending bits, in
+ * *pBitSize. Statuses: zemStatusNullPtr, zemStatusContextMismatch, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpGetCompressedBitSize_32f(const zemZfpState* pState, uint64_t* pBitSize);
+
+/* Writes out the pending bits after the last block: one whole zero-padded 64-bit word when 8
+ * bytes are left in the buffer (so a stream ends on a multiple of 8 bytes), otherwise as few
+ * single bytes as hold them. Nothing pending: nothing is written.
+ * Statuses: zemStatusNullPtr, zemStatusContextMismatch, zemStatusStreamEnd (the buffer ended;
+ * the bytes that fitted are written and the rest stays pending), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfpFlush_32f(zemZfpState* pState);
+
+/* Compresses one 4x4x4 block of floats and appends it to the stream. Value (x, y, z) is read
+ * from (const uint8_t*)pSrc + z * srcPlaneStep + y * srcStep + 4 x: rows of four contiguous
+ * values, signed byte strides (negative ones walk upward). Values must be finite. The bits equal
+ * libzfp's for the same block and parameters (for blocks whose largest magnitude is at least
+ * 2^-97). Statuses: zemStatusNullPtr (pSrc, then pState), zemStatusContextMismatch,
+ * zemStatusStreamEnd (a whole 64-bit word did not fit: the stream is unusable from there on and
+ * must be restarted with Init on a larger buffer), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZfp444_32f(const float* pSrc, int32_t srcStep, int32_t srcPlaneStep, zemZfpState* pState);
+
+/* Decodes the next 4x4x4 block of the stream, which must be driven with the parameters and the
+ * block order of its encoder. Value (x, y, z) is written to (uint8_t*)pDst + z * dstPlaneStep +
+ * y * dstStep + 4 x. Blocks whose largest magnitude was below 2^-97 decode to zeros. Note that the state
+ * comes first here. Statuses: zemStatusNullPtr (pDst, then pState), zemStatusContextMismatch,
+ * zemStatusStreamEnd (the input ended inside the block or its padding; an empty block has
+ * been zeroed, a coded one is not written), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeZfp444_32f(zemZfpState* pState, float* pDst, int32_t dstStep, int32_t dstPlaneStep);
+
+/* Decode-side names of the same operations (the same functions under a second name). The size
+ * queries report how many input bytes the decoder has fetched, pending bits included. */
+ZEM_API zemStatus zemsDecodeZfpGetStateSize_32f(int32_t* pStateSize);
+ZEM_API zemStatus zemsDecodeZfpInit_32f(uint8_t* pBuf, int32_t bufLen, zemZfpState* pState);
+ZEM_API zemStatus zemsDecodeZfpInitLong_32f(uint8_t* pBuf, int64_t bufLen, zemZfpState* pState);
+ZEM_API zemStatus zemsDecodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
+                                       zemZfpState* pState);
+ZEM_API zemStatus zemsDecodeZfpSetAccuracy_32f(double tolerance, zemZfpState* pState);
+ZEM_API zemStatus zemsDecodeZfpGetDecompressedSize_32f(const zemZfpState* pState, int32_t* pSize);
+ZEM_API zemStatus zemsDecodeZfpGetDecompressedSizeLong_32f(const zemZfpState* pState, uint64_t* pSize);
 
 #ifdef __cplusplus
 }
