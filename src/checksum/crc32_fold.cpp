@@ -13,6 +13,7 @@
 #include <immintrin.h>
 
 #include "checksum/crc32.h"
+#include "checksum/crc32_clmul.h"
 #include "checksum/crc32_step.h"
 
 namespace zem::crc {
@@ -35,8 +36,8 @@ struct Reflected {
     static constexpr FoldPair k512 = fold_pair_r(512), k256 = fold_pair_r(256), k128 = fold_pair_r(128);
     // x^63 mod P as a 64-bit reflected lane: the product lands one power high, i.e. times x^64.
     static constexpr uint64_t kReduce = fold_r64(63);
-    static constexpr int kLane = 0x00;  // the low lane holds the highest powers
     static constexpr FoldPair pair(unsigned d) { return fold_pair_r(d); }
+    static constexpr int kLane = 0x00;  // the low lane holds the highest powers
     static constexpr int kKeep = 0x3;   // blend mask that clears it
     static ZEM_INLINE uint64_t bytes(__m128i b) { return (uint64_t)_mm_extract_epi64(b, 1); }
 };
@@ -46,8 +47,8 @@ struct MsbFirst {
     static constexpr const SliceTables<8>& tables = kBz2Tables;
     static constexpr FoldPair k512 = fold_pair_n(512), k256 = fold_pair_n(256), k128 = fold_pair_n(128);
     static constexpr uint64_t kReduce = fold_n(64);
-    static constexpr int kLane = 0x01;
     static constexpr FoldPair pair(unsigned d) { return fold_pair_n(d); }
+    static constexpr int kLane = 0x01;
     static constexpr int kKeep = 0xc;
     // The polynomial's highest powers first, as the message bytes ran.
     static ZEM_INLINE uint64_t bytes(__m128i b) { return __builtin_bswap64((uint64_t)_mm_cvtsi128_si64(b)); }
@@ -66,12 +67,6 @@ ZEM_INLINE uint32_t reduce(__m128i a) {
 // the slicing tables, then the next group folded across both.
 constexpr size_t kTable = 16;
 constexpr size_t kSpan = 64 + kTable + 64;
-
-ZEM_INLINE __m128i pair(FoldPair k) { return _mm_set_epi64x((long long)k.hi, (long long)k.lo); }
-
-ZEM_INLINE __m128i fold(__m128i acc, __m128i k, __m128i next) {
-    return _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(acc, k, 0x00), next), _mm_clmulepi64_si128(acc, k, 0x11));
-}
 
 template <class V>
 ZEM_INLINE __m128i order(__m128i v) {

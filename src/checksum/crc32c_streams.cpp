@@ -9,6 +9,7 @@
 #include <immintrin.h>
 
 #include "checksum/crc32.h"
+#include "checksum/crc32_clmul.h"
 #include "checksum/crc32_step.h"
 
 namespace zem::crc {
@@ -136,14 +137,6 @@ constexpr FoldPair kJumpC = fold_pair_r(8 * (64 + 3 * kFusedStream), kPolyCrc32C
 constexpr FoldPair k128C = fold_pair_r(128, kPolyCrc32CR), k256C = fold_pair_r(256, kPolyCrc32CR),
                    k384C = fold_pair_r(384, kPolyCrc32CR);
 constexpr uint64_t kTwoFused = merge_k(2 * kFusedStream), kOneFused = merge_k(kFusedStream);
-
-ZEM_INLINE __m128i pair(FoldPair k) { return _mm_set_epi64x((long long)k.hi, (long long)k.lo); }
-
-ZEM_INLINE __m128i lanes(__m128i acc, __m128i k) {
-    return _mm_xor_si128(_mm_clmulepi64_si128(acc, k, 0x00), _mm_clmulepi64_si128(acc, k, 0x11));
-}
-
-ZEM_INLINE __m128i fold(__m128i acc, __m128i k, __m128i next) { return _mm_xor_si128(lanes(acc, k), next); }
 
 ZEM_INLINE __m128i load128(const uint8_t* p) { return _mm_loadu_si128((const __m128i*)p); }
 
