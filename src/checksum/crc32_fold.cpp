@@ -122,9 +122,9 @@ uint32_t fold_run(uint32_t r, const uint8_t* p, size_t n) {
                 x2 = fold(x2, k512, block<V>(q + 32));
                 x3 = fold(x3, k512, block<V>(q + 48));
             }
-            const uint32_t r = step8(V::tables, step8(V::tables, 0, q), q + 8);
+            const uint32_t t = step8(V::tables, step8(V::tables, 0, q), q + 8);
             q += kTable;
-            x0 = fold(x0, kjump, _mm_xor_si128(block<V>(q), order<V>(_mm_cvtsi32_si128((int)r))));
+            x0 = fold(x0, kjump, _mm_xor_si128(block<V>(q), order<V>(_mm_cvtsi32_si128((int)t))));
             x1 = fold(x1, kjump, block<V>(q + 16));
             x2 = fold(x2, kjump, block<V>(q + 32));
             x3 = fold(x3, kjump, block<V>(q + 48));
