@@ -43,8 +43,9 @@ ZEM_INLINE void run3(uint64_t& c0, uint64_t& c1, uint64_t& c2, const uint8_t* p,
     }
 }
 
-// The same over three full 1024-byte stretches, asking for the lines of the block after next: three interleaved streams inside each page defeat the hardware prefetcher, and on data
-// that comes from memory the chains would otherwise wait for every line.
+// The same over three full 1024-byte stretches, asking for the lines of the block after next:
+// three interleaved streams inside each page defeat the hardware prefetcher, and on data that
+// comes from memory the chains would otherwise wait for every line.
 ZEM_INLINE void run3_block(uint64_t& c0, uint64_t& c1, uint64_t& c2, const uint8_t* p) {
     constexpr size_t kAhead = 2 * 3 * 1024;
     for (size_t i = 0; i < 1024; i += 64) {
