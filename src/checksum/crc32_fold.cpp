@@ -13,6 +13,7 @@
 #include <immintrin.h>
 
 #include "checksum/crc32.h"
+#include "checksum/crc32_clmul.h"
 #include "checksum/crc32_step.h"
 
 namespace zem::crc {
@@ -35,9 +36,10 @@ struct Reflected {
     static constexpr FoldPair k512 = fold_pair_r(512), k256 = fold_pair_r(256), k128 = fold_pair_r(128);
     // x^63 mod P as a 64-bit reflected lane: the product lands one power high, i.e. times x^64.
     static constexpr uint64_t kReduce = fold_r64(63);
-    static constexpr int kLane = 0x00;  // the low lane holds the highest powers
     static constexpr FoldPair pair(unsigned d) { return fold_pair_r(d); }
+    static constexpr int kLane = 0x00;  // the low lane holds the highest powers
     static constexpr int kKeep = 0x3;   // blend mask that clears it
+    static constexpr size_t kGroups = 1;  // folded groups per table run in the mixed loop
     static ZEM_INLINE uint64_t bytes(__m128i b) { return (uint64_t)_mm_extract_epi64(b, 1); }
 };
 
@@ -46,9 +48,10 @@ struct MsbFirst {
     static constexpr const SliceTables<8>& tables = kBz2Tables;
     static constexpr FoldPair k512 = fold_pair_n(512), k256 = fold_pair_n(256), k128 = fold_pair_n(128);
     static constexpr uint64_t kReduce = fold_n(64);
-    static constexpr int kLane = 0x01;
     static constexpr FoldPair pair(unsigned d) { return fold_pair_n(d); }
+    static constexpr int kLane = 0x01;
     static constexpr int kKeep = 0xc;
+    static constexpr size_t kGroups = 3;
     // The polynomial's highest powers first, as the message bytes ran.
     static ZEM_INLINE uint64_t bytes(__m128i b) { return __builtin_bswap64((uint64_t)_mm_cvtsi128_si64(b)); }
 };
@@ -62,16 +65,12 @@ ZEM_INLINE uint32_t reduce(__m128i a) {
     return step8_words(V::tables, 0, (uint32_t)w, (uint32_t)(w >> 32));
 }
 
-// The mixed loop: one 64-byte group folded with the 512-bit constant, kTable bytes run through
-// the slicing tables, then the next group folded across both.
+// The mixed loop: V::kGroups 64-byte groups folded with the 512-bit constant, kTable bytes run
+// through the slicing tables, then the next group folded across them. kTable keeps the blocks
+// 16-byte aligned (split loads cost more than the tables save).
 constexpr size_t kTable = 16;
-constexpr size_t kSpan = 64 + kTable + 64;
-
-ZEM_INLINE __m128i pair(FoldPair k) { return _mm_set_epi64x((long long)k.hi, (long long)k.lo); }
-
-ZEM_INLINE __m128i fold(__m128i acc, __m128i k, __m128i next) {
-    return _mm_xor_si128(_mm_xor_si128(_mm_clmulepi64_si128(acc, k, 0x00), next), _mm_clmulepi64_si128(acc, k, 0x11));
-}
+template <class V>
+inline constexpr size_t kSpan = 64 * V::kGroups + kTable + 64;
 
 template <class V>
 ZEM_INLINE __m128i order(__m128i v) {
@@ -113,16 +112,19 @@ uint32_t fold_run(uint32_t r, const uint8_t* p, size_t n) {
         // goes through the slicing tables in the meantime. Their register, from zero, is data
         // XORed onto the four bytes after them, as the caller's register is at the start; the
         // accumulators then fold straight across the table bytes. More table work than this
-        // share slows the loop down: the two compete for issue slots.
+        // share slows the loop down: the two compete for issue slots, and the byte reversal of
+        // the most-significant-bit-first blocks leaves less room still.
         const __m128i kjump = pair(V::pair(8 * (64 + kTable)));
-        for (; m >= kSpan / 16; m -= kSpan / 16) {
-            x0 = fold(x0, k512, block<V>(q));
-            x1 = fold(x1, k512, block<V>(q + 16));
-            x2 = fold(x2, k512, block<V>(q + 32));
-            x3 = fold(x3, k512, block<V>(q + 48));
-            const uint32_t r = step8(V::tables, step8(V::tables, 0, q + 64), q + 72);
-            q += 64 + kTable;
-            x0 = fold(x0, kjump, _mm_xor_si128(block<V>(q), order<V>(_mm_cvtsi32_si128((int)r))));
+        for (; m >= kSpan<V> / 16; m -= kSpan<V> / 16) {
+            for (size_t g = 0; g < V::kGroups; ++g, q += 64) {
+                x0 = fold(x0, k512, block<V>(q));
+                x1 = fold(x1, k512, block<V>(q + 16));
+                x2 = fold(x2, k512, block<V>(q + 32));
+                x3 = fold(x3, k512, block<V>(q + 48));
+            }
+            const uint32_t t = step8(V::tables, step8(V::tables, 0, q), q + 8);
+            q += kTable;
+            x0 = fold(x0, kjump, _mm_xor_si128(block<V>(q), order<V>(_mm_cvtsi32_si128((int)t))));
             x1 = fold(x1, kjump, block<V>(q + 16));
             x2 = fold(x2, kjump, block<V>(q + 32));
             x3 = fold(x3, kjump, block<V>(q + 48));
