@@ -75,6 +75,10 @@ EncodeResult encode_block(const EncodeJob& j) {
     uint8_t* const oend = j.out + j.cap;
     Entry* const table = (Entry*)j.table;
     const uint8_t* const base = j.base;
+    // Locals, not fields: the output stores may alias anything, which would reload a field.
+    const uint32_t accel = j.accel, src_pos = j.src_pos;
+    const uint8_t* const dict_at = j.dict_at;
+    const int64_t dict_lo = j.dict_lo;
     // The bounded encoders remember their last sequences, to take back those that a block cut
     // short would leave too close to its end (see below).
     struct Emitted {
@@ -87,17 +91,17 @@ EncodeResult encode_block(const EncodeJob& j) {
     unsigned head = 0, nkept = 0;
 
     // Inputs of 45 bytes or fewer have no probe position before the margin.
-    if (j.len > kProbeMargin + (j.accel > 1 ? 1 : 0)) {
+    if (j.len > kProbeMargin + (accel > 1 ? 1 : 0)) {
         const uint8_t* const probe_end = E - kProbeMargin;
         const uint8_t* const match_limit = E - kLastLiterals;
         const uint8_t* ip = src + 1;
 
         search::Schedule s;
-        if (j.accel > 1) {
-            s = {0, 64 * j.accel + 4, 6};
+        if (accel > 1) {
+            s = {0, 64 * accel + 4, 6};
         } else if constexpr (H != History::None) {
             // The first 64 positions of the whole stream are probed one by one.
-            uint32_t first = j.src_pos + 1;
+            uint32_t first = src_pos + 1;
             s = {first < 64 ? size_t(64 - first) : 0, 64, 6};
         } else if constexpr (sizeof(Entry) == 4) {
             s = {64, 64, 6};
@@ -126,12 +130,12 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return (uint32_t(pos - q - 1) < kMaxOffset) & (load32(cand) == word);
                 } else {
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
-                    if (q >= j.src_pos) {
+                    if (q >= src_pos) {
                         cand = base + q;
                         return load32(cand) == word;
                     }
-                    if (int64_t(q) < j.dict_lo || q + kMinMatch > j.src_pos) return false;
-                    cand = j.dict_at + q;
+                    if (int64_t(q) < dict_lo || q + kMinMatch > src_pos) return false;
+                    cand = dict_at + q;
                     return in_dict = load32(cand) == word;
                 }
             };
@@ -163,7 +167,7 @@ EncodeResult encode_block(const EncodeJob& j) {
             size_t mlen;
             if (H == History::External && in_dict) {
                 // A match from the dictionary stops at the dictionary's end.
-                const uint8_t* lim = ip + (j.src_pos - q);
+                const uint8_t* lim = ip + (src_pos - q);
                 if (lim > E - 13) lim = E - 13;
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
             } else {
@@ -197,8 +201,8 @@ EncodeResult encode_block(const EncodeJob& j) {
             op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
             ip += mlen;
             anchor = ip;
-            if (j.accel > 1)
-                s = {0, 64 * j.accel + 4, 6};
+            if (accel > 1)
+                s = {0, 64 * accel + 4, 6};
             else
                 s = {mlen < 64 ? size_t(48) : 0, 128, 6};
         }
