@@ -346,6 +346,15 @@ TEST(Lz4Decode, TruncatedCorruptedAndRandomAgreeWithTheModel) {
         for (int k = 1 + (int)r.below(4); k > 0; --k) bad[r.below((uint32_t)bad.size())] = uint8_t(r.next());
         check_against_model(bad, src.size() + r.below(200));
     }
+    // Flipped bytes in a block longer than 64 KiB: past that point the fast loop no longer
+    // tests offsets against the output's start.
+    Bytes big = patterned(150000, 6);
+    Bytes big_blk = lz4_default(big);
+    for (int i = 0; i < 60; ++i) {
+        Bytes bad = big_blk;
+        for (int k = 1 + (int)r.below(3); k > 0; --k) bad[r.below((uint32_t)bad.size())] = uint8_t(r.next());
+        check_against_model(bad, big.size() + r.below(100));
+    }
     // Random bytes, biased to small offsets so that matches succeed.
     for (int i = 0; i < 1500; ++i) {
         Bytes junk(1 + r.below(400));
