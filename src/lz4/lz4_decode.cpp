@@ -54,7 +54,6 @@ ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
         return;
     }
     if (offset >= 32) {
-        // Two 16-byte copies cover the common short match without a length test.
         // Matches that get here are mostly longer than 18 bytes: two stores cover up to 64
         // without a length test. (The second load reads only bytes that precede it or that the
         // first store wrote.)

@@ -60,7 +60,7 @@ namespace search {
 // position being (counter++ >> shift) further on.
 struct Schedule {
     size_t dense;
-    uint32_t counter;
+    uint64_t counter;  // 64 bits: the fast encoder starts it at 64 times any 32-bit acceleration
     unsigned shift;
 };
 
@@ -98,7 +98,7 @@ EncodeResult encode_block(const EncodeJob& j) {
 
         search::Schedule s;
         if (accel > 1) {
-            s = {0, 64 * accel + 4, 6};
+            s = {0, 64 * uint64_t(accel) + 4, 6};
         } else if constexpr (H != History::None) {
             // The first 64 positions of the whole stream are probed one by one.
             uint32_t first = src_pos + 1;
@@ -158,10 +158,13 @@ EncodeResult encode_block(const EncodeJob& j) {
             }
             for (; ip < dense_end; ++ip)
                 if (probe(ip, hash5<Bits>(ip), load32(ip))) goto found;
+            if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
             for (;;) {
-                if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
                 if (probe(ip, hash5<Bits>(ip), load32(ip))) break;
-                ip += s.counter++ >> s.shift;
+                // A stride may be as long as the acceleration: compared, never added past the end.
+                const size_t step = size_t(s.counter++ >> s.shift);
+                if (ZEM_UNLIKELY(step >= size_t(probe_end - ip))) goto last;
+                ip += step;
             }
         found:
             size_t mlen;
@@ -202,7 +205,7 @@ EncodeResult encode_block(const EncodeJob& j) {
             ip += mlen;
             anchor = ip;
             if (accel > 1)
-                s = {0, 64 * accel + 4, 6};
+                s = {0, 64 * uint64_t(accel) + 4, 6};
             else
                 s = {mlen < 64 ? size_t(48) : 0, 128, 6};
         }
