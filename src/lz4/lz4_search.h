@@ -124,10 +124,9 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return load32(cand) == word;
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
-                    // Every entry lies inside the input or its history, so the candidate is read
-                    // whatever its distance: one well-predicted branch instead of two.
+                    if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
                     cand = base + q;
-                    return (uint32_t(pos - q - 1) < kMaxOffset) & (load32(cand) == word);
+                    return load32(cand) == word;
                 } else {
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
                     if (q >= src_pos) {
@@ -139,8 +138,8 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return in_dict = load32(cand) == word;
                 }
             };
-            // Dense probes: one 8-byte load serves the hashes of three neighbours (two with the
-            // 16-bit table's shorter inputs, where the dense run is short anyway).
+            // Dense probes, in groups of three: one 8-byte load serves the three neighbours'
+            // hashes and words.
             const uint8_t* dense_end = ip + s.dense;
             if (dense_end > probe_end) dense_end = probe_end;
             while (ip + 2 < dense_end) {
@@ -192,8 +191,6 @@ EncodeResult encode_block(const EncodeJob& j) {
             const size_t nlit = size_t(ip - anchor);
             if constexpr (Bounded) {
                 if (sequence_worst_size(nlit, mlen) >= size_t(oend - op)) goto last;
-            }
-            if constexpr (Bounded) {
                 kept[head++ & (kKept - 1)] = {op, anchor, mlen};
                 if (nkept < kKept) ++nkept;
             }
