@@ -198,8 +198,12 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
             } while (x == 255);
             if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op)))
                 return {seq, seq_out, Exit::Careful};
-            copy32(ip, op);
-            for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
+            if (ZEM_LIKELY(lit <= 256)) {
+                copy32(ip, op);
+                for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
+            } else {
+                copy_literals(ip, op, lit);  // long runs: the memory kernels
+            }
         }
         ip += lit;
         op += lit;
