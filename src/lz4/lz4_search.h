@@ -66,7 +66,9 @@ struct Schedule {
 
 }  // namespace search
 
-template <class Entry, int Bits, bool Bounded, History H>
+// `Accel`: the accelerated schedule (j.accel above 1), a parameter so that the default search
+// carries no test for it.
+template <class Entry, int Bits, bool Bounded, History H, bool Accel = false>
 EncodeResult encode_block(const EncodeJob& j) {
     const uint8_t* const src = j.src;
     const uint8_t* const E = src + j.len;
@@ -91,13 +93,13 @@ EncodeResult encode_block(const EncodeJob& j) {
     unsigned head = 0, nkept = 0;
 
     // Inputs of 45 bytes or fewer have no probe position before the margin.
-    if (j.len > kProbeMargin + (accel > 1 ? 1 : 0)) {
+    if (j.len > kProbeMargin + (Accel ? 1 : 0)) {
         const uint8_t* const probe_end = E - kProbeMargin;
         const uint8_t* const match_limit = E - kLastLiterals;
         const uint8_t* ip = src + 1;
 
         search::Schedule s;
-        if (accel > 1) {
+        if constexpr (Accel) {
             s = {0, 64 * uint64_t(accel) + 4, 6};
         } else if constexpr (H != History::None) {
             // The first 64 positions of the whole stream are probed one by one.
@@ -201,7 +203,7 @@ EncodeResult encode_block(const EncodeJob& j) {
             op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
             ip += mlen;
             anchor = ip;
-            if (accel > 1)
+            if constexpr (Accel)
                 s = {0, 64 * uint64_t(accel) + 4, 6};
             else
                 s = {mlen < 64 ? size_t(48) : 0, 128, 6};
