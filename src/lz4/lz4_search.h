@@ -116,9 +116,10 @@ EncodeResult encode_block(const EncodeJob& j) {
             const uint8_t* cand;
             uint32_t pos, q;
             bool in_dict = false;
-            // Probes the position at p, whose hash is h and whose first four bytes are word.
-            auto probe = [&](const uint8_t* p, uint32_t h, uint32_t word) -> bool {
-                pos = uint32_t(p - base);
+            // Probes position p (counted from base), whose hash is h and whose first four
+            // bytes are word.
+            auto probe = [&](uint32_t p, uint32_t h, uint32_t word) -> bool {
+                pos = p;
                 q = table[h];
                 table[h] = (Entry)pos;
                 if constexpr (H == History::None && sizeof(Entry) == 2) {
@@ -146,22 +147,23 @@ EncodeResult encode_block(const EncodeJob& j) {
             if (dense_end > probe_end) dense_end = probe_end;
             while (ip + 2 < dense_end) {
                 const uint64_t w = load64(ip);
-                if (probe(ip, hash_word<Bits>(w), uint32_t(w))) goto found;
-                if (probe(ip + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
+                const uint32_t p0 = uint32_t(ip - base);
+                if (probe(p0, hash_word<Bits>(w), uint32_t(w))) goto found;
+                if (probe(p0 + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
                     ip += 1;
                     goto found;
                 }
-                if (probe(ip + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
+                if (probe(p0 + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
                     ip += 2;
                     goto found;
                 }
                 ip += 3;
             }
             for (; ip < dense_end; ++ip)
-                if (probe(ip, hash5<Bits>(ip), load32(ip))) goto found;
+                if (probe(uint32_t(ip - base), hash5<Bits>(ip), load32(ip))) goto found;
             if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
             for (;;) {
-                if (probe(ip, hash5<Bits>(ip), load32(ip))) break;
+                if (probe(uint32_t(ip - base), hash5<Bits>(ip), load32(ip))) break;
                 // A stride may be as long as the acceleration: compared, never added past the end.
                 const size_t step = size_t(s.counter++ >> s.shift);
                 if (ZEM_UNLIKELY(step >= size_t(probe_end - ip))) goto last;
