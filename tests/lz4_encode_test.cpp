@@ -79,7 +79,7 @@ TEST(Lz4Encode, EveryEncoderDecodesWithLiblzAtAGuardPage) {
         expect_decodes(out.data(), (size_t)written, src);
         Bytes dflt(out.data(), out.data() + written);
 
-        for (int accel : {1, 2, 8, 100}) {
+        for (int accel : {1, 2, 8, 100, INT32_MAX}) {
             ASSERT_EQ(zemsEncodeLZ4Fast_8u(s, n, out.data(), &written, table.data(), accel), 0);
             expect_decodes(out.data(), (size_t)written, src);
             if (accel == 1) {

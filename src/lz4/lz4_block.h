@@ -114,9 +114,14 @@ ZEM_INLINE void copy_literals(const uint8_t* s, uint8_t* d, size_t n) {
 }
 
 // Copies n literal bytes in whole 16- or 32-byte blocks: up to 31 bytes past d + n are written.
+// Long runs go to the memory kernels, exactly.
 ZEM_INLINE void wild_literals(const uint8_t* s, uint8_t* d, size_t n) {
     if (n <= 16) {
         _mm_storeu_si128((__m128i*)d, _mm_loadu_si128((const __m128i*)s));
+        return;
+    }
+    if (ZEM_UNLIKELY(n > 256)) {
+        copy_literals(s, d, n);
         return;
     }
     for (size_t i = 0; i < n; i += 32)

@@ -54,7 +54,6 @@ ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
         return;
     }
     if (offset >= 32) {
-        // Two 16-byte copies cover the common short match without a length test.
         // Matches that get here are mostly longer than 18 bytes: two stores cover up to 64
         // without a length test. (The second load reads only bytes that precede it or that the
         // first store wrote.)
@@ -140,22 +139,30 @@ template <Dict K>
 constexpr size_t kInMargin = K == Dict::Prefix ? 32 : 33;
 constexpr size_t kOutMargin = 64;
 
+enum class Exit { Careful, Error, Far };
+
 struct Cursor {
     const uint8_t* ip;
     uint8_t* op;
-    bool error;
+    Exit exit;
 };
 
 // The fast loop, on its own so that its few live values all stay in registers. Returns where
 // the careful loop goes on (at the token of a handed-over sequence), or an offset error.
-template <Dict K>
-ZEM_NOINLINE Cursor fast_loop(const Block& b) {
-    const uint8_t* ip = b.src;
-    uint8_t* op = b.out;
+// Matches are checked against the start of the history only while it lies less than 64 KiB
+// behind: from there on (`Far`) no 16-bit offset can reach before it, and the loop is left to
+// run again without that test.
+template <Dict K, bool Far>
+ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
     const uint8_t* const low = b.low;
     const uint8_t* const ilimit = b.src + b.src_len - kInMargin<K>;
     uint8_t* const olimit = b.out + b.cap - kOutMargin;
-    while (ip < ilimit && op < olimit) {
+    uint8_t* stop = olimit;
+    if constexpr (!Far) {
+        if (olimit - low > ptrdiff_t(kMaxOffset) + 1) stop = const_cast<uint8_t*>(low) + kMaxOffset + 1;
+    }
+    auto in_reach = [&](size_t offset, const uint8_t* at) { return Far || ptrdiff_t(offset) <= at - low; };
+    while (ip < ilimit && op < stop) {
         const uint8_t* const seq = ip;
         uint8_t* const seq_out = op;
         // The next token's address in the common case, computed apart from the token load so
@@ -174,7 +181,7 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b) {
                 const size_t offset = load16(ip + lit);
                 const size_t len = token & kRunMask;
                 uint8_t* const mop = op + lit;
-                if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & (ptrdiff_t(offset) <= mop - low))) {
+                if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & in_reach(offset, mop))) {
                     copy16(mop - offset, mop);
                     copy16(mop - offset + 16, mop + 16);
                     ip = next + lit;
@@ -185,38 +192,44 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b) {
         } else {
             unsigned x;
             do {
-                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, false};
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
                 x = *ip++;
                 lit += x;
             } while (x == 255);
-            if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op))) return {seq, seq_out, false};
-            copy32(ip, op);
-            for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
+            if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op)))
+                return {seq, seq_out, Exit::Careful};
+            if (ZEM_LIKELY(lit <= 256)) {
+                copy32(ip, op);
+                for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
+            } else {
+                copy_literals(ip, op, lit);  // long runs: the memory kernels
+            }
         }
         ip += lit;
         op += lit;
 
         const size_t offset = load16(ip);
         ip += 2;
-        if (ZEM_UNLIKELY(ptrdiff_t(offset) > op - low)) return {ip, op, true};
+        if (ZEM_UNLIKELY(!in_reach(offset, op))) return {ip, op, Exit::Error};
         size_t len = token & kRunMask;
         if (ZEM_UNLIKELY(len == kRunMask)) {
             unsigned x;
             do {
-                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, false};
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
                 x = *ip++;
                 len += x;
             } while (x == 255);
         }
         len += kMinMatch;
-        if (ZEM_UNLIKELY(len >= size_t(olimit - op))) return {seq, seq_out, false};
+        if (ZEM_UNLIKELY(len >= size_t(olimit - op))) return {seq, seq_out, Exit::Careful};
         if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
             dict_match(b, op, offset, len);
         else
             wild_match(op, offset, len);
         op += len;
     }
-    return {ip, op, false};
+    if (!Far && stop != olimit && ip < ilimit && op >= stop) return {ip, op, Exit::Far};
+    return {ip, op, Exit::Careful};
 }
 
 template <Dict K>
@@ -230,8 +243,9 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
     const uint8_t* const low = b.low;
 
     if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin) {
-        const Cursor c = fast_loop<K>(b);
-        if (c.error) return zemStatusError;
+        Cursor c = fast_loop<K, false>(b, ip, op);
+        if (c.exit == Exit::Far) c = fast_loop<K, true>(b, c.ip, c.op);
+        if (c.exit == Exit::Error) return zemStatusError;
         ip = c.ip;
         op = c.op;
     }

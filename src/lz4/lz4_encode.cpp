@@ -19,8 +19,11 @@ constexpr int32_t table_bytes(int32_t len) { return len >= kWideTableInput ? kHa
 template <bool Bounded>
 EncodeResult run(const uint8_t* src, int32_t len, uint8_t* dst, int32_t cap, uint8_t* table, uint32_t accel) {
     const EncodeJob j = make_job(src, len, dst, cap, table, accel);
+    if (accel > 1) {
+        if (len >= kWideTableInput) return encode_block<uint32_t, 12, Bounded, History::None, true>(j);
+        return encode_block<uint16_t, 13, Bounded, History::None, true>(j);
+    }
     if (len >= kWideTableInput) return encode_block<uint32_t, 12, Bounded, History::None>(j);
-    if (accel > 1) return encode_block<uint16_t, 13, Bounded, History::None>(j);
     return encode_block<uint16_t, 12, Bounded, History::None>(j);
 }
 

@@ -60,13 +60,15 @@ namespace search {
 // position being (counter++ >> shift) further on.
 struct Schedule {
     size_t dense;
-    uint32_t counter;
+    uint64_t counter;  // 64 bits: the fast encoder starts it at 64 times any 32-bit acceleration
     unsigned shift;
 };
 
 }  // namespace search
 
-template <class Entry, int Bits, bool Bounded, History H>
+// `Accel`: the accelerated schedule (j.accel above 1), a parameter so that the default search
+// carries no test for it.
+template <class Entry, int Bits, bool Bounded, History H, bool Accel = false>
 EncodeResult encode_block(const EncodeJob& j) {
     const uint8_t* const src = j.src;
     const uint8_t* const E = src + j.len;
@@ -75,6 +77,10 @@ EncodeResult encode_block(const EncodeJob& j) {
     uint8_t* const oend = j.out + j.cap;
     Entry* const table = (Entry*)j.table;
     const uint8_t* const base = j.base;
+    // Locals, not fields: the output stores may alias anything, which would reload a field.
+    const uint32_t accel = j.accel, src_pos = j.src_pos;
+    const uint8_t* const dict_at = j.dict_at;
+    const int64_t dict_lo = j.dict_lo;
     // The bounded encoders remember their last sequences, to take back those that a block cut
     // short would leave too close to its end (see below).
     struct Emitted {
@@ -87,17 +93,17 @@ EncodeResult encode_block(const EncodeJob& j) {
     unsigned head = 0, nkept = 0;
 
     // Inputs of 45 bytes or fewer have no probe position before the margin.
-    if (j.len > kProbeMargin + (j.accel > 1 ? 1 : 0)) {
+    if (j.len > kProbeMargin + (Accel ? 1 : 0)) {
         const uint8_t* const probe_end = E - kProbeMargin;
         const uint8_t* const match_limit = E - kLastLiterals;
         const uint8_t* ip = src + 1;
 
         search::Schedule s;
-        if (j.accel > 1) {
-            s = {0, 64 * j.accel + 4, 6};
+        if constexpr (Accel) {
+            s = {0, 64 * uint64_t(accel) + 4, 6};
         } else if constexpr (H != History::None) {
             // The first 64 positions of the whole stream are probed one by one.
-            uint32_t first = j.src_pos + 1;
+            uint32_t first = src_pos + 1;
             s = {first < 64 ? size_t(64 - first) : 0, 64, 6};
         } else if constexpr (sizeof(Entry) == 4) {
             s = {64, 64, 6};
@@ -110,9 +116,10 @@ EncodeResult encode_block(const EncodeJob& j) {
             const uint8_t* cand;
             uint32_t pos, q;
             bool in_dict = false;
-            // Probes the position at p, whose hash is h and whose first four bytes are word.
-            auto probe = [&](const uint8_t* p, uint32_t h, uint32_t word) -> bool {
-                pos = uint32_t(p - base);
+            // Probes position p (counted from base), whose hash is h and whose first four
+            // bytes are word.
+            auto probe = [&](uint32_t p, uint32_t h, uint32_t word) -> bool {
+                pos = p;
                 q = table[h];
                 table[h] = (Entry)pos;
                 if constexpr (H == History::None && sizeof(Entry) == 2) {
@@ -120,50 +127,53 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return load32(cand) == word;
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
-                    // Every entry lies inside the input or its history, so the candidate is read
-                    // whatever its distance: one well-predicted branch instead of two.
+                    if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
                     cand = base + q;
-                    return (uint32_t(pos - q - 1) < kMaxOffset) & (load32(cand) == word);
+                    return load32(cand) == word;
                 } else {
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
-                    if (q >= j.src_pos) {
+                    if (q >= src_pos) {
                         cand = base + q;
                         return load32(cand) == word;
                     }
-                    if (int64_t(q) < j.dict_lo || q + kMinMatch > j.src_pos) return false;
-                    cand = j.dict_at + q;
+                    if (int64_t(q) < dict_lo || q + kMinMatch > src_pos) return false;
+                    cand = dict_at + q;
                     return in_dict = load32(cand) == word;
                 }
             };
-            // Dense probes: one 8-byte load serves the hashes of three neighbours (two with the
-            // 16-bit table's shorter inputs, where the dense run is short anyway).
+            // Dense probes, in groups of three: one 8-byte load serves the three neighbours'
+            // hashes and words.
             const uint8_t* dense_end = ip + s.dense;
             if (dense_end > probe_end) dense_end = probe_end;
             while (ip + 2 < dense_end) {
                 const uint64_t w = load64(ip);
-                if (probe(ip, hash_word<Bits>(w), uint32_t(w))) goto found;
-                if (probe(ip + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
+                const uint32_t p0 = uint32_t(ip - base);
+                if (probe(p0, hash_word<Bits>(w), uint32_t(w))) goto found;
+                if (probe(p0 + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
                     ip += 1;
                     goto found;
                 }
-                if (probe(ip + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
+                if (probe(p0 + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
                     ip += 2;
                     goto found;
                 }
                 ip += 3;
             }
             for (; ip < dense_end; ++ip)
-                if (probe(ip, hash5<Bits>(ip), load32(ip))) goto found;
+                if (probe(uint32_t(ip - base), hash5<Bits>(ip), load32(ip))) goto found;
+            if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
             for (;;) {
-                if (ZEM_UNLIKELY(ip >= probe_end)) goto last;
-                if (probe(ip, hash5<Bits>(ip), load32(ip))) break;
-                ip += s.counter++ >> s.shift;
+                if (probe(uint32_t(ip - base), hash5<Bits>(ip), load32(ip))) break;
+                // A stride may be as long as the acceleration: compared, never added past the end.
+                const size_t step = size_t(s.counter++ >> s.shift);
+                if (ZEM_UNLIKELY(step >= size_t(probe_end - ip))) goto last;
+                ip += step;
             }
         found:
             size_t mlen;
             if (H == History::External && in_dict) {
                 // A match from the dictionary stops at the dictionary's end.
-                const uint8_t* lim = ip + (j.src_pos - q);
+                const uint8_t* lim = ip + (src_pos - q);
                 if (lim > E - 13) lim = E - 13;
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
             } else {
@@ -185,8 +195,6 @@ EncodeResult encode_block(const EncodeJob& j) {
             const size_t nlit = size_t(ip - anchor);
             if constexpr (Bounded) {
                 if (sequence_worst_size(nlit, mlen) >= size_t(oend - op)) goto last;
-            }
-            if constexpr (Bounded) {
                 kept[head++ & (kKept - 1)] = {op, anchor, mlen};
                 if (nkept < kKept) ++nkept;
             }
@@ -197,8 +205,8 @@ EncodeResult encode_block(const EncodeJob& j) {
             op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
             ip += mlen;
             anchor = ip;
-            if (j.accel > 1)
-                s = {0, 64 * j.accel + 4, 6};
+            if constexpr (Accel)
+                s = {0, 64 * uint64_t(accel) + 4, 6};
             else
                 s = {mlen < 64 ? size_t(48) : 0, 128, 6};
         }
