@@ -67,24 +67,8 @@ struct Reader {
         return v;
     }
 
-    // Consumes zeros up to the next one bit, at most lim of them; with `found` the one is
-    // consumed too. Returns the zeros.
-    ZEM_INLINE int run(int lim, bool& found) {
-        int done = 0;
-        while (done < lim) {
-            if (cnt == 0) refill();
-            int avail = (int)cnt < lim - done ? (int)cnt : lim - done;
-            int r = (int)_tzcnt_u64(acc);
-            if (r < avail) {
-                drop((unsigned)r + 1);
-                found = true;
-                return done + r;
-            }
-            drop((unsigned)avail);
-            done += avail;
-        }
-        found = false;
-        return done;
+    ZEM_INLINE void ensure() {
+        if (cnt == 0) refill();
     }
 
     // Passes over s > 0 bits of padding. Whole words in between are not fetched; an end that
@@ -164,26 +148,28 @@ struct FastReader {
     }
     // Stream bits consumed so far, up to a constant.
     ZEM_INLINE uint64_t pos() const { return (uint64_t)p * 8 - cnt; }
-    ZEM_INLINE int run(int lim, bool& found) {
-        int done = 0;
-        for (;;) {
-            ensure();
-            int avail = (int)cnt < lim - done ? (int)cnt : lim - done;
-            int r = (int)_tzcnt_u64(acc);
-            if (r < avail) {
-                drop((unsigned)r + 1);
-                found = true;
-                return done + r;
-            }
-            drop((unsigned)avail);
-            done += avail;
-            if (done == lim) {
-                found = false;
-                return done;
-            }
-        }
-    }
 };
+
+// Consumes zeros up to the next one bit, at most lim of them; with `found` the one is consumed
+// too. Returns the zeros.
+template <class R>
+ZEM_INLINE int run(R& rd, int lim, bool& found) {
+    int done = 0;
+    while (done < lim) {
+        rd.ensure();
+        int avail = (int)rd.cnt < lim - done ? (int)rd.cnt : lim - done;
+        int r = (int)_tzcnt_u64(rd.acc);
+        if (r < avail) {
+            rd.drop((unsigned)r + 1);
+            found = true;
+            return done + r;
+        }
+        rd.drop((unsigned)avail);
+        done += avail;
+    }
+    found = false;
+    return done;
+}
 
 // Planes 31 down to kmin while the budget `bits` (updated) lasts; planes not reached stay zero.
 template <class R>
@@ -229,7 +215,7 @@ ZEM_INLINE void decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits
                 } else {
                     bool found;
                     rd.drop(1);
-                    n += rd.run(lim, found);
+                    n += run(rd, lim, found);
                 }
                 x |= 1ull << n;
                 ++n;
@@ -248,7 +234,7 @@ ZEM_INLINE void decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits
             // Zeros up to the next significant coefficient; at the last one it is implied.
             int lim = (int64_t)(63 - n) < bits ? 63 - n : (int)bits;
             bool found;
-            int r = rd.run(lim, found);
+            int r = run(rd, lim, found);
             bits -= r + found;
             n += r;
             x |= 1ull << n;
