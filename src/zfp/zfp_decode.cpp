@@ -297,10 +297,11 @@ ZEM_INLINE void inverse_transform(const int32_t* seq, int e, uint8_t* dst, ptrdi
     inv_lift(s[1], s[3], s[5], s[7]);
     // v[2y+g] = rows (y, z=g) and (y, z=g+2)
     __m256i v[8];
-    for (int y = 0; y < 4; ++y)
-        for (int g = 0; g < 2; ++g)
-            v[2 * y + g] = _mm256_permute2x128_si256(s[2 * g + (y >> 1)], s[2 * (g + 2) + (y >> 1)],
-                                                     (y & 1) ? 0x31 : 0x20);
+    for (int yp = 0; yp < 2; ++yp)
+        for (int g = 0; g < 2; ++g) {
+            v[4 * yp + g] = _mm256_permute2x128_si256(s[2 * g + yp], s[2 * g + 4 + yp], 0x20);
+            v[4 * yp + 2 + g] = _mm256_permute2x128_si256(s[2 * g + yp], s[2 * g + 4 + yp], 0x31);
+        }
     for (int g = 0; g < 2; ++g) {
         inv_lift(v[g], v[2 + g], v[4 + g], v[6 + g]);
         transpose4(v[g], v[2 + g], v[4 + g], v[6 + g]);
