@@ -172,8 +172,9 @@ ZEM_INLINE int run(R& rd, int lim, bool& found) {
 }
 
 // Planes 31 down to kmin while the budget `bits` (updated) lasts; planes not reached stay zero.
+// Returns the lowest plane read (32 for none).
 template <class R>
-ZEM_INLINE void decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits) {
+ZEM_INLINE int decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits) {
     int n = 0;
     int k = 31;
     if constexpr (R::kFast) {
@@ -242,6 +243,7 @@ ZEM_INLINE void decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits
         }
         plane[k] = x;
     }
+    return k + 1;
 }
 
 // Transposes the 8x8 bit matrix in each 64-bit lane: bit 8r + c goes to bit 8c + r.
@@ -262,10 +264,15 @@ ZEM_INLINE __m256i bit_transpose8(__m256i x) {
 // transpose holds that byte of coefficients 8g..8g+7; four such bytes make a coefficient.
 // Vector q, lane l ends up with coded coefficient 4q + (l & 3) + 32 (l >> 2), back in two's
 // complement.
-ZEM_INLINE void assemble(const uint64_t plane[32], int32_t* seq) {
+// Groups below jmin hold only zero planes (a precision of 16 leaves half of them).
+ZEM_INLINE void assemble(const uint64_t plane[32], int jmin, int32_t* seq) {
     const __m256i split = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
     __m256i lo[4], hi[4];
     for (int j = 0; j < 4; ++j) {
+        if (j < jmin) {
+            lo[j] = hi[j] = _mm256_setzero_si256();
+            continue;
+        }
         __m256i a = _mm256_loadu_si256((const __m256i*)(plane + 8 * j));
         __m256i b = _mm256_loadu_si256((const __m256i*)(plane + 8 * j + 4));
         a = byte_transpose(_mm256_permutevar8x32_epi32(a, split));
@@ -326,14 +333,15 @@ ZEM_INLINE void store_zeros(uint8_t* dst, ptrdiff_t step, ptrdiff_t plane) {
 
 // The header and planes of a coded block; `used` counts the plane bits against the budget.
 template <class R>
-ZEM_INLINE void decode_coded(R& rd, const Head& h, uint64_t plane[32], int& e, int64_t& used) {
+ZEM_INLINE void decode_coded(R& rd, const Head& h, uint64_t plane[32], int& e, int& klow, int64_t& used) {
     e = (int)rd.read(8);
     int64_t prec = (int64_t)e - 127 - h.minExp + 8;
     if (h.maxPrec < prec) prec = h.maxPrec;
     int kmin = prec >= 32 ? 0 : prec > 0 ? (int)(32 - prec) : 32;
     int64_t budget = (int64_t)h.maxBits - 9;
     int64_t bits = budget;
-    if (bits > 0 && kmin <= 31) decode_planes(rd, plane, kmin, bits);
+    klow = 32;
+    if (bits > 0 && kmin <= 31) klow = decode_planes(rd, plane, kmin, bits);
     used = budget - bits;
 }
 
@@ -352,13 +360,13 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
     } else {
         uint64_t plane[32];
         for (int i = 0; i < 32; i += 4) _mm256_storeu_si256((__m256i*)(plane + i), _mm256_setzero_si256());
-        int e;
+        int e, klow;
         int64_t used;
         if (room(rd.p, rd.end) >= kFastRoom) {
             FastReader fr{rd.cnt ? _bzhi_u64(rd.acc, rd.cnt) : 0, rd.cnt, rd.p};
             uintptr_t start = rd.p;
             unsigned held0 = rd.cnt;
-            decode_coded(fr, h, plane, e, used);
+            decode_coded(fr, h, plane, e, klow, used);
             // Back to the lazy reader's state: whole words fetched, the rest of the last held.
             uint64_t consumed = held0 + 8 * (uint64_t)(fr.p - start) - fr.cnt;
             if (consumed <= held0) {
@@ -370,13 +378,13 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
                 rd.acc = rd.cnt ? load_le64(rd.p - 8) >> (64 - rd.cnt) : 0;
             }
         } else {
-            decode_coded(rd, h, plane, e, used);
+            decode_coded(rd, h, plane, e, klow, used);
         }
         int64_t pad = (int64_t)h.minBits - 9 - used;
         if (!rd.fail && pad > 0) ok = rd.skip((uint64_t)pad);
         if (!rd.fail && ok) {
             int32_t* seq = seq_scratch(state);
-            assemble(plane, seq);
+            assemble(plane, klow >> 3, seq);
             inverse_transform(seq, e, dst, step, planeStep);
         }
     }
