@@ -2,9 +2,10 @@
 //
 // Bits are fetched lazily, a whole word at a time while eight bytes remain and single bytes in
 // the last few, so that the record after each block (position, pending bits) is exactly that of
-// a bit-at-a-time reader and the size queries report the bytes really fetched. The plane coder
-// consumes runs with one bit scan each; the planes then become coefficients with byte masks on
-// all 64 lanes at once, and the inverse transform runs on eight vectors.
+// a bit-at-a-time reader and the size queries report the bytes really fetched; away from the
+// end a buffered reader does the work and that state is rebuilt afterwards. The plane coder
+// consumes a run with one bit scan; the planes then become coefficients through 8x8 bit
+// transposes of all 64 at once, and the inverse transform runs on eight vectors.
 #include "zfp/zfp_internal.h"
 
 namespace zem::zfp {
@@ -263,8 +264,7 @@ ZEM_INLINE __m256i bit_transpose8(__m256i x) {
 // group of eight planes, byte g of each plane is gathered into one 64-bit lane, whose 8x8 bit
 // transpose holds that byte of coefficients 8g..8g+7; four such bytes make a coefficient.
 // Vector q, lane l ends up with coded coefficient 4q + (l & 3) + 32 (l >> 2), back in two's
-// complement.
-// Groups below jmin hold only zero planes (a precision of 16 leaves half of them).
+// complement. Groups below jmin hold only zero planes and are not transposed.
 ZEM_INLINE void assemble(const uint64_t plane[32], int jmin, int32_t* seq) {
     const __m256i split = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
     __m256i lo[4], hi[4];
