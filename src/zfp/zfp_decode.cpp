@@ -2,16 +2,20 @@
 //
 // Bits are fetched lazily, a whole word at a time while eight bytes remain and single bytes in
 // the last few, so that the record after each block (position, pending bits) is exactly that of
-// a bit-at-a-time reader and the size queries report the bytes really fetched. The plane coder
-// consumes runs with one bit scan each; the planes then become coefficients with byte masks on
-// all 64 lanes at once, and the inverse transform runs on eight vectors.
+// a bit-at-a-time reader and the size queries report the bytes really fetched; away from the
+// end a buffered reader does the work and that state is rebuilt afterwards. The plane coder
+// consumes a run with one bit scan; the planes then become coefficients through 8x8 bit
+// transposes of all 64 at once, and the inverse transform runs on eight vectors.
 #include "zfp/zfp_internal.h"
 
 namespace zem::zfp {
 
 namespace {
 
+// The reader of record: fetches lazily, a word while eight bytes remain and a byte after that,
+// so its state after a block is the stream's defined state. Used near the end of the input.
 struct Reader {
+    static constexpr bool kFast = false;
     uint64_t acc;  // bits above cnt are not part of the stream
     unsigned cnt;
     uintptr_t p;
@@ -50,12 +54,12 @@ struct Reader {
         return b;
     }
 
-    ZEM_NOINLINE uint64_t read_split(unsigned m) {
-        uint64_t v = _bzhi_u64(acc, cnt);
-        unsigned got = cnt;
-        cnt = 0;
+    // m <= 64 bits, least significant first.
+    ZEM_INLINE uint64_t read(unsigned m) {
+        uint64_t v = 0;
+        unsigned got = 0;
         while (got < m) {
-            refill();
+            if (cnt == 0) refill();
             unsigned take = m - got < cnt ? m - got : cnt;
             v |= _bzhi_u64(acc, take) << got;
             drop(take);
@@ -64,14 +68,8 @@ struct Reader {
         return v;
     }
 
-    // m <= 64 bits, least significant first.
-    ZEM_INLINE uint64_t read(unsigned m) {
-        if (ZEM_LIKELY(m <= cnt)) {
-            uint64_t v = _bzhi_u64(acc, m);
-            drop(m);
-            return v;
-        }
-        return read_split(m);
+    ZEM_INLINE void ensure() {
+        if (cnt == 0) refill();
     }
 
     // Passes over s > 0 bits of padding. Whole words in between are not fetched; an end that
@@ -106,11 +104,128 @@ struct Reader {
     }
 };
 
-// Planes 31 down to the last one read under the budget `bits` (updated); returns that plane
-// (32 when none was read).
-ZEM_INLINE int decode_planes(Reader& rd, uint64_t plane[32], int kmin, int64_t& bits) {
+// Away from the end of the input: at least 56 bits are always buffered, refilled with one
+// unaligned load and no end test. The block's bits (at most 2217) and the load's look-ahead
+// stay well inside kFastRoom; afterwards the lazy reader's state is rebuilt from the number of
+// bits consumed.
+inline constexpr intptr_t kFastRoom = 512;
+
+struct FastReader {
+    static constexpr bool kFast = true;
+    uint64_t acc;  // stream bits from the read position; only the low cnt are sure
+    unsigned cnt;
+    uintptr_t p;  // the byte holding stream bit (position + cnt)
+
+    // Unconditional: with cnt already at 56 or more it reloads bits it holds and moves nothing,
+    // which is cheaper than a branch that follows the data. cnt stays below 64 throughout.
+    ZEM_INLINE void ensure() {
+        acc |= load_le64(p) << cnt;
+        p += (63 - cnt) >> 3;
+        cnt |= 56;
+    }
+    ZEM_INLINE void drop(unsigned n) {  // n <= cnt < 64
+        acc >>= n;
+        cnt -= n;
+    }
+    ZEM_INLINE unsigned bit() {
+        ensure();
+        unsigned b = (unsigned)acc & 1;
+        drop(1);
+        return b;
+    }
+    ZEM_INLINE uint64_t read(unsigned m) {
+        ensure();
+        if (ZEM_LIKELY(m <= 56)) {
+            uint64_t v = _bzhi_u64(acc, m);
+            drop(m);
+            return v;
+        }
+        uint64_t v = acc & 0xffffffffull;
+        drop(32);
+        ensure();
+        v |= _bzhi_u64(acc, m - 32) << 32;
+        drop(m - 32);
+        return v;
+    }
+    // Stream bits consumed so far, up to a constant.
+    ZEM_INLINE uint64_t pos() const { return (uint64_t)p * 8 - cnt; }
+};
+
+// Consumes zeros up to the next one bit, at most lim of them; with `found` the one is consumed
+// too. Returns the zeros.
+template <class R>
+ZEM_INLINE int run(R& rd, int lim, bool& found) {
+    int done = 0;
+    while (done < lim) {
+        rd.ensure();
+        int avail = (int)rd.cnt < lim - done ? (int)rd.cnt : lim - done;
+        int r = (int)_tzcnt_u64(rd.acc);
+        if (r < avail) {
+            rd.drop((unsigned)r + 1);
+            found = true;
+            return done + r;
+        }
+        rd.drop((unsigned)avail);
+        done += avail;
+    }
+    found = false;
+    return done;
+}
+
+// Planes 31 down to kmin while the budget `bits` (updated) lasts; planes not reached stay zero.
+// Returns the lowest plane read (32 for none).
+template <class R>
+ZEM_INLINE int decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits) {
     int n = 0;
     int k = 31;
+    if constexpr (R::kFast) {
+        // A plane takes at most 129 bits; while more are left the budget cannot end inside one,
+        // so it is kept as a stream position and the plane is read without budget tests: a
+        // plane that adds no coefficient costs one look at the buffer, a group test with its
+        // run another.
+        const uint64_t limit = rd.pos() + (uint64_t)bits;
+        for (; k >= kmin && (int64_t)(limit - rd.pos()) > 129; --k) {
+            rd.ensure();
+            uint64_t x;
+            if (n <= 55) {
+                x = _bzhi_u64(rd.acc, (unsigned)n);
+                if (!((rd.acc >> n) & 1)) {
+                    rd.drop((unsigned)n + 1);
+                    plane[k] = x;
+                    continue;
+                }
+                rd.drop((unsigned)n);
+            } else {
+                x = rd.read((unsigned)n);
+            }
+            while (n < 64) {
+                rd.ensure();
+                uint64_t a = rd.acc;
+                if (!(a & 1)) {
+                    rd.drop(1);
+                    break;
+                }
+                int lim = 63 - n;
+                int sure = (int)rd.cnt - 1;  // bits known after the group test
+                int r = (int)_tzcnt_u64(a >> 1);
+                if (r < lim && r < sure) {
+                    rd.drop((unsigned)r + 2);
+                    n += r;
+                } else if (r >= lim && lim <= sure) {
+                    rd.drop((unsigned)lim + 1);  // up to the last coefficient, its one implied
+                    n = 63;
+                } else {
+                    bool found;
+                    rd.drop(1);
+                    n += run(rd, lim, found);
+                }
+                x |= 1ull << n;
+                ++n;
+            }
+            plane[k] = x;
+        }
+        bits = (int64_t)(limit - rd.pos());
+    }
     for (; k >= kmin && bits > 0; --k) {
         int m = (int64_t)n < bits ? n : (int)bits;
         uint64_t x = m ? rd.read((unsigned)m) : 0;
@@ -120,21 +235,10 @@ ZEM_INLINE int decode_planes(Reader& rd, uint64_t plane[32], int kmin, int64_t& 
             if (!rd.bit()) break;
             // Zeros up to the next significant coefficient; at the last one it is implied.
             int lim = (int64_t)(63 - n) < bits ? 63 - n : (int)bits;
-            while (lim > 0) {
-                if (ZEM_UNLIKELY(rd.cnt == 0)) rd.refill();
-                int avail = (int)rd.cnt < lim ? (int)rd.cnt : lim;
-                int r = (int)_tzcnt_u64(rd.acc);
-                if (r < avail) {
-                    rd.drop((unsigned)r + 1);
-                    bits -= r + 1;
-                    n += r;
-                    break;
-                }
-                rd.drop((unsigned)avail);
-                bits -= avail;
-                n += avail;
-                lim -= avail;
-            }
+            bool found;
+            int r = run(rd, lim, found);
+            bits -= r + found;
+            n += r;
             x |= 1ull << n;
             ++n;
         }
@@ -143,38 +247,52 @@ ZEM_INLINE int decode_planes(Reader& rd, uint64_t plane[32], int kmin, int64_t& 
     return k + 1;
 }
 
-// Bit k of coefficient i from plane k, bit i, for all 64 coefficients: byte planes in coding
-// order, then the layout the encoder gathered from, negabinary back to two's complement.
-ZEM_INLINE void assemble(const uint64_t plane[32], int klow, int32_t* seq) {
-    const __m256i sel_lo = _mm256_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2,
-                                            3, 3, 3, 3, 3, 3, 3, 3);
-    const __m256i sel_hi = _mm256_add_epi8(sel_lo, _mm256_set1_epi8(4));
-    const __m256i bitsel = _mm256_set1_epi64x(0x8040201008040201ll);
-    __m256i c[8];
-    for (int j = 3; j >= 0; --j) {
-        __m256i lo = _mm256_setzero_si256(), hi = _mm256_setzero_si256();
-        for (int b = 7; b >= 0; --b) {
-            int k = 8 * j + b;
-            lo = _mm256_add_epi8(lo, lo);
-            hi = _mm256_add_epi8(hi, hi);
-            if (k >= klow) {
-                __m256i x = _mm256_set1_epi64x((long long)plane[k]);
-                __m256i ml = _mm256_cmpeq_epi8(_mm256_and_si256(_mm256_shuffle_epi8(x, sel_lo), bitsel), bitsel);
-                __m256i mh = _mm256_cmpeq_epi8(_mm256_and_si256(_mm256_shuffle_epi8(x, sel_hi), bitsel), bitsel);
-                lo = _mm256_sub_epi8(lo, ml);
-                hi = _mm256_sub_epi8(hi, mh);
-            }
+// Transposes the 8x8 bit matrix in each 64-bit lane: bit 8r + c goes to bit 8c + r.
+ZEM_INLINE __m256i bit_transpose8(__m256i x) {
+    const __m256i m1 = _mm256_set1_epi64x(0x00AA00AA00AA00AAll);
+    const __m256i m2 = _mm256_set1_epi64x(0x0000CCCC0000CCCCll);
+    const __m256i m3 = _mm256_set1_epi64x(0x00000000F0F0F0F0ll);
+    __m256i t = _mm256_and_si256(_mm256_xor_si256(_mm256_srli_epi64(x, 7), x), m1);
+    x = _mm256_xor_si256(x, _mm256_xor_si256(t, _mm256_slli_epi64(t, 7)));
+    t = _mm256_and_si256(_mm256_xor_si256(_mm256_srli_epi64(x, 14), x), m2);
+    x = _mm256_xor_si256(x, _mm256_xor_si256(t, _mm256_slli_epi64(t, 14)));
+    t = _mm256_and_si256(_mm256_xor_si256(_mm256_srli_epi64(x, 28), x), m3);
+    return _mm256_xor_si256(x, _mm256_xor_si256(t, _mm256_slli_epi64(t, 28)));
+}
+
+// Bit k of coefficient i from plane k, bit i, for all 64 coefficients at a fixed cost: for each
+// group of eight planes, byte g of each plane is gathered into one 64-bit lane, whose 8x8 bit
+// transpose holds that byte of coefficients 8g..8g+7; four such bytes make a coefficient.
+// Vector q, lane l ends up with coded coefficient 4q + (l & 3) + 32 (l >> 2), back in two's
+// complement. Groups below jmin hold only zero planes and are not transposed.
+ZEM_INLINE void assemble(const uint64_t plane[32], int jmin, int32_t* seq) {
+    const __m256i split = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+    __m256i lo[4], hi[4];
+    for (int j = 0; j < 4; ++j) {
+        if (j < jmin) {
+            lo[j] = hi[j] = _mm256_setzero_si256();
+            continue;
         }
-        c[j] = lo;
-        c[4 + j] = hi;
+        __m256i a = _mm256_loadu_si256((const __m256i*)(plane + 8 * j));
+        __m256i b = _mm256_loadu_si256((const __m256i*)(plane + 8 * j + 4));
+        a = byte_transpose(_mm256_permutevar8x32_epi32(a, split));
+        b = byte_transpose(_mm256_permutevar8x32_epi32(b, split));
+        lo[j] = bit_transpose8(_mm256_unpacklo_epi32(a, b));  // bytes g = 0, 1 | 4, 5
+        hi[j] = bit_transpose8(_mm256_unpackhi_epi32(a, b));  // bytes g = 2, 3 | 6, 7
     }
-    transpose4(c[0], c[1], c[2], c[3]);
-    transpose4(c[4], c[5], c[6], c[7]);
     const __m256i nb = _mm256_set1_epi32((int)kNbMask);
-    for (int q = 0; q < 8; ++q) {
-        __m256i u = byte_transpose(c[q]);
-        _mm256_storeu_si256((__m256i*)(seq + 8 * q), _mm256_sub_epi32(_mm256_xor_si256(u, nb), nb));
+    __m256i c[8];
+    for (int h = 0; h < 2; ++h) {
+        const __m256i* v = h ? hi : lo;
+        __m256i u0 = _mm256_unpacklo_epi8(v[0], v[1]), w0 = _mm256_unpacklo_epi8(v[2], v[3]);
+        __m256i u1 = _mm256_unpackhi_epi8(v[0], v[1]), w1 = _mm256_unpackhi_epi8(v[2], v[3]);
+        c[4 * h + 0] = _mm256_unpacklo_epi16(u0, w0);
+        c[4 * h + 1] = _mm256_unpackhi_epi16(u0, w0);
+        c[4 * h + 2] = _mm256_unpacklo_epi16(u1, w1);
+        c[4 * h + 3] = _mm256_unpackhi_epi16(u1, w1);
     }
+    for (int q = 0; q < 8; ++q)
+        _mm256_storeu_si256((__m256i*)(seq + 8 * q), _mm256_sub_epi32(_mm256_xor_si256(c[q], nb), nb));
 }
 
 // Spatial order, inverse transform along z, y and x, scaled back to floats and stored as rows.
@@ -186,10 +304,11 @@ ZEM_INLINE void inverse_transform(const int32_t* seq, int e, uint8_t* dst, ptrdi
     inv_lift(s[1], s[3], s[5], s[7]);
     // v[2y+g] = rows (y, z=g) and (y, z=g+2)
     __m256i v[8];
-    for (int y = 0; y < 4; ++y)
-        for (int g = 0; g < 2; ++g)
-            v[2 * y + g] = _mm256_permute2x128_si256(s[2 * g + (y >> 1)], s[2 * (g + 2) + (y >> 1)],
-                                                     (y & 1) ? 0x31 : 0x20);
+    for (int yp = 0; yp < 2; ++yp)
+        for (int g = 0; g < 2; ++g) {
+            v[4 * yp + g] = _mm256_permute2x128_si256(s[2 * g + yp], s[2 * g + 4 + yp], 0x20);
+            v[4 * yp + 2 + g] = _mm256_permute2x128_si256(s[2 * g + yp], s[2 * g + 4 + yp], 0x31);
+        }
     for (int g = 0; g < 2; ++g) {
         inv_lift(v[g], v[2 + g], v[4 + g], v[6 + g]);
         transpose4(v[g], v[2 + g], v[4 + g], v[6 + g]);
@@ -212,6 +331,20 @@ ZEM_INLINE void store_zeros(uint8_t* dst, ptrdiff_t step, ptrdiff_t plane) {
         for (int y = 0; y < 4; ++y) _mm_storeu_ps((float*)(dst + zz * plane + y * step), z);
 }
 
+// The header and planes of a coded block; `used` counts the plane bits against the budget.
+template <class R>
+ZEM_INLINE void decode_coded(R& rd, const Head& h, uint64_t plane[32], int& e, int& klow, int64_t& used) {
+    e = (int)rd.read(8);
+    int64_t prec = (int64_t)e - 127 - h.minExp + 8;
+    if (h.maxPrec < prec) prec = h.maxPrec;
+    int kmin = prec >= 32 ? 0 : prec > 0 ? (int)(32 - prec) : 32;
+    int64_t budget = (int64_t)h.maxBits - 9;
+    int64_t bits = budget;
+    klow = 32;
+    if (bits > 0 && kmin <= 31) klow = decode_planes(rd, plane, kmin, bits);
+    used = budget - bits;
+}
+
 zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
     Head h = load_head(state);
     unsigned held = h.bitCount < 0 ? 0 : h.bitCount > 64 ? 64 : (unsigned)h.bitCount;
@@ -225,20 +358,33 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
             if (h.minBits >= 2) ok = rd.skip((uint64_t)h.minBits - 1);
         }
     } else {
-        int e = (int)rd.read(8);
-        int64_t prec = (int64_t)e - 127 - h.minExp + 8;
-        if (h.maxPrec < prec) prec = h.maxPrec;
-        int kmin = prec >= 32 ? 0 : prec > 0 ? (int)(32 - prec) : 32;
-        int64_t budget = (int64_t)h.maxBits - 9;
-        int64_t bits = budget;
         uint64_t plane[32];
-        int klow = 32;
-        if (bits > 0 && kmin <= 31) klow = decode_planes(rd, plane, kmin, bits);
-        int64_t pad = (int64_t)h.minBits - 9 - (budget - bits);
+        for (int i = 0; i < 32; i += 4) _mm256_storeu_si256((__m256i*)(plane + i), _mm256_setzero_si256());
+        int e, klow;
+        int64_t used;
+        if (room(rd.p, rd.end) >= kFastRoom) {
+            FastReader fr{rd.cnt ? _bzhi_u64(rd.acc, rd.cnt) : 0, rd.cnt, rd.p};
+            uintptr_t start = rd.p;
+            unsigned held0 = rd.cnt;
+            decode_coded(fr, h, plane, e, klow, used);
+            // Back to the lazy reader's state: whole words fetched, the rest of the last held.
+            uint64_t consumed = held0 + 8 * (uint64_t)(fr.p - start) - fr.cnt;
+            if (consumed <= held0) {
+                rd.drop((unsigned)consumed);
+            } else {
+                uint64_t words = (consumed - held0 + 63) >> 6;
+                rd.p = start + 8 * words;
+                rd.cnt = (unsigned)(64 * words - (consumed - held0));
+                rd.acc = rd.cnt ? load_le64(rd.p - 8) >> (64 - rd.cnt) : 0;
+            }
+        } else {
+            decode_coded(rd, h, plane, e, klow, used);
+        }
+        int64_t pad = (int64_t)h.minBits - 9 - used;
         if (!rd.fail && pad > 0) ok = rd.skip((uint64_t)pad);
         if (!rd.fail && ok) {
             int32_t* seq = seq_scratch(state);
-            assemble(plane, klow, seq);
+            assemble(plane, klow >> 3, seq);
             inverse_transform(seq, e, dst, step, planeStep);
         }
     }

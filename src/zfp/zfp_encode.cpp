@@ -105,10 +105,11 @@ ZEM_INLINE void forward_transform(const __m256 r[8], int emax, int32_t* xf) {
     for (int g = 0; g < 2; ++g) fwd_lift(v[g], v[2 + g], v[4 + g], v[6 + g]);
     // Along z: regroup so that vector 2z+p holds rows y=2p, 2p+1 of plane z, which is spatial order.
     __m256i s[8];
-    for (int z = 0; z < 4; ++z)
-        for (int p = 0; p < 2; ++p)
-            s[2 * z + p] = _mm256_permute2x128_si256(v[2 * (2 * p) + (z & 1)], v[2 * (2 * p + 1) + (z & 1)],
-                                                     (z >> 1) ? 0x31 : 0x20);
+    for (int z = 0; z < 2; ++z)
+        for (int p = 0; p < 2; ++p) {
+            s[2 * z + p] = _mm256_permute2x128_si256(v[4 * p + z], v[4 * p + 2 + z], 0x20);
+            s[2 * z + 4 + p] = _mm256_permute2x128_si256(v[4 * p + z], v[4 * p + 2 + z], 0x31);
+        }
     fwd_lift(s[0], s[2], s[4], s[6]);
     fwd_lift(s[1], s[3], s[5], s[7]);
     for (int q = 0; q < 8; ++q) _mm256_storeu_si256((__m256i*)(xf + 8 * q), s[q]);
@@ -191,7 +192,7 @@ zemStatus encode(const float* src, int32_t step, int32_t planeStep, void* state)
     if (prec == 0 || emax == -127) {
         w.pad(h.minBits >= 2 ? (uint64_t)h.minBits : 1);
     } else {
-        w.put(2u * (unsigned)(emax + 127) + 1, 9);
+        w.put((2u * (unsigned)(emax + 127) + 1) & 511u, 9);  // non-finite input must not spill
         int64_t budget = (int64_t)h.maxBits - 9;
         int64_t bits = budget;
         int kmin = prec >= 32 ? 0 : (int)(32 - prec);  // above 31 for a negative precision: no plane

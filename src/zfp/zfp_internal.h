@@ -96,12 +96,14 @@ constexpr Index64 make_encode_gather() {
         for (int l = 0; l < 8; ++l) r.v[8 * q + l] = kOrder[coded_of(q, l)];
     return r;
 }
-// Decoder: spatial index s gathers from where the plane layout left coded coefficient
-// order^-1(s).
+// Decoder: the planes become coefficients in a layout of their own (vector q, lane l holds
+// coded coefficient 4q + (l & 3) + 32 (l >> 2)); spatial index s gathers from where it left
+// coded coefficient order^-1(s).
+constexpr int decoded_of(int q, int l) { return 4 * q + (l & 3) + 32 * (l >> 2); }
 constexpr Index64 make_decode_gather() {
     Index64 pos{}, r{};
     for (int q = 0; q < 8; ++q)
-        for (int l = 0; l < 8; ++l) pos.v[coded_of(q, l)] = 8 * q + l;
+        for (int l = 0; l < 8; ++l) pos.v[decoded_of(q, l)] = 8 * q + l;
     for (int i = 0; i < 64; ++i) r.v[kOrder[i]] = pos.v[i];
     return r;
 }
