@@ -279,6 +279,18 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     return m;
 }
 
+// Touches the first links of position pos's chain ahead of its search: prefetches cannot
+// fault, the chain index is masked, and the loads run beside the current walk instead of
+// adding their latency to the next one.
+ZEM_INLINE void warm_chain(const Encoder& e, uint32_t pos) {
+    uint32_t q = e.head[hash_at(e.base + pos)];
+    for (int i = 0; i < 4; ++i) {
+        _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
+        q = e.chain[q & kChainMask];
+    }
+    _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
+}
+
 ZEM_INLINE uint32_t ext_bytes(uint32_t v) { return v >= 15 ? (v - 15) / 255 + 1 : 0; }
 
 // Writes a length remainder as extension bytes: 255 while at least 255 is left, then the rest.
@@ -346,6 +358,8 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
     const int64_t search_last = (int64_t)end - kLastLiterals - kSearchRoom;
     uint32_t p = w.anchor;
     while ((int64_t)p <= search_last) {
+        // The next search is at p + 1 if this one fails, else near the match's end.
+        warm_chain(e, p + 1);
         Match a = search<kExtDict>(e, p, p, kMinMatch - 1);
         if (a.len < kMinMatch) {
             ++p;
@@ -354,6 +368,8 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         // `first` is the match as first found; a replacement that a later match would cut
         // into gives way to it again.
         Match first = a;
+        warm_chain(e, a.end() - 2);
+        warm_chain(e, a.end());
         Match b, c;
     find_second:
         if (a.end() >= wide_end) {
