@@ -335,7 +335,7 @@ struct Writer {
             // what follows, or lie in the output beyond the block.
             _mm_storeu_si128((__m128i*)p, _mm_loadu_si128((const __m128i*)lit_src));
         } else {
-            mem::copy_small(lit_src, p, lit);
+            MemCopy(lit_src, p, (int32_t)lit);
         }
         p += lit;
         p[0] = (uint8_t)m.dist;
