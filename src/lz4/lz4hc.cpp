@@ -216,6 +216,34 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     const bool vector_ok = limit - ip >= 32 && s >= (kExtDict ? e.src_pos : 0) + 8;
     const __m256i cur = vector_ok ? _mm256_loadu_si256((const __m256i*)ip) : _mm256_setzero_si256();
     const uint64_t cur_back = vector_ok ? load64(ip - 8) : 0;
+    // Far enough from the low end that no candidate's backward room is cut by it (the usual
+    // case): a loop whose only data-dependent branch is a rare one.
+    const uint32_t back_need = back_room > 8 ? back_room : 8;
+    if (vector_ok && (!kExtDict || lo >= e.src_pos) && lo - mem_low_pos >= back_need && lo >= mem_low_pos) {
+        const int32_t broom = (int32_t)back_room;
+        for (; n > 0 && q - lo < span; --n) {
+            const uint8_t* mp = base + q;
+            uint32_t eq =
+                (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+            int32_t fwd = (int32_t)_tzcnt_u32(~eq);
+            int32_t back = (int32_t)(_lzcnt_u64(load64(mp - 8) ^ cur_back) >> 3);
+            if (back > broom) back = broom;
+            // Exact unless a compare ran to its end; then the count goes on before deciding.
+            if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back == 8))) {
+                if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
+                if (back == 8 && broom > 8) {
+                    back += count_backward(mp - 8, mem_low, ip - 8, ip_low);
+                    if (back > broom) back = broom;
+                }
+                if (fwd >= kMinMatch && back + fwd > m.len) {
+                    m = Match{s - (uint32_t)back, s - q, back + fwd};
+                    if (m.len >= room) break;
+                }
+            }
+            q = chain[q & kChainMask];
+        }
+        return m;
+    }
     for (; n > 0 && q - lo < span; --n) {
         if (!kExtDict || q >= e.src_pos) {
             const uint8_t* mp = base + q;
@@ -249,6 +277,18 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
         q = chain[q & kChainMask];
     }
     return m;
+}
+
+// Touches the first links of position pos's chain ahead of its search: prefetches cannot
+// fault, the chain index is masked, and the loads run beside the current walk instead of
+// adding their latency to the next one.
+ZEM_INLINE void warm_chain(const Encoder& e, uint32_t pos) {
+    uint32_t q = e.head[hash_at(e.base + pos)];
+    for (int i = 0; i < 4; ++i) {
+        _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
+        q = e.chain[q & kChainMask];
+    }
+    _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
 }
 
 ZEM_INLINE uint32_t ext_bytes(uint32_t v) { return v >= 15 ? (v - 15) / 255 + 1 : 0; }
@@ -295,7 +335,7 @@ struct Writer {
             // what follows, or lie in the output beyond the block.
             _mm_storeu_si128((__m128i*)p, _mm_loadu_si128((const __m128i*)lit_src));
         } else {
-            mem::copy_small(lit_src, p, lit);
+            MemCopy(lit_src, p, (int32_t)lit);
         }
         p += lit;
         p[0] = (uint8_t)m.dist;
@@ -318,6 +358,8 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
     const int64_t search_last = (int64_t)end - kLastLiterals - kSearchRoom;
     uint32_t p = w.anchor;
     while ((int64_t)p <= search_last) {
+        // The next search is at p + 1 if this one fails, else near the match's end.
+        warm_chain(e, p + 1);
         Match a = search<kExtDict>(e, p, p, kMinMatch - 1);
         if (a.len < kMinMatch) {
             ++p;
@@ -326,6 +368,8 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         // `first` is the match as first found; a replacement that a later match would cut
         // into gives way to it again.
         Match first = a;
+        warm_chain(e, a.end() - 2);
+        warm_chain(e, a.end());
         Match b, c;
     find_second:
         if (a.end() >= wide_end) {
