@@ -40,7 +40,18 @@ Result encode_fresh(const Bytes& in, int level) {
     return encode(t, in.data(), (int32_t)in.size(), level);
 }
 
-// liblz4 decodes the block, with the given history before it.
+// Our own decoder, with the given history as a separate dictionary.
+Bytes our_decode(const Bytes& block, size_t out_len, const uint8_t* dict, int32_t dict_len) {
+    Bytes out((size_t)dict_len + out_len + 64);
+    int32_t src_len = (int32_t)block.size(), produced = (int32_t)(out.size() - (size_t)dict_len);
+    zemStatus st = dict_len > 0 ? zemsDecodeLZ4Dict_8u(block.data(), &src_len, out.data(), dict_len, &produced, dict,
+                                                       dict_len)
+                                : zemsDecodeLZ4_8u(block.data(), src_len, out.data(), &produced);
+    if (st != zemStatusOk) return Bytes(out_len + 1, 0xEE);  // never equal to a real result
+    return Bytes(out.begin() + dict_len, out.begin() + dict_len + produced);
+}
+
+// liblz4 decodes the block, with the given history before it, and our decoder agrees.
 Bytes lz4_decode(const Bytes& block, size_t out_len, const uint8_t* dict = nullptr, int32_t dict_len = 0) {
     Bytes out(out_len + 64);
     int n = dict ? LZ4_decompress_safe_usingDict((const char*)block.data(), (char*)out.data(), (int)block.size(),
@@ -48,6 +59,7 @@ Bytes lz4_decode(const Bytes& block, size_t out_len, const uint8_t* dict = nullp
                  : LZ4_decompress_safe((const char*)block.data(), (char*)out.data(), (int)block.size(), (int)out.size());
     out.resize(n < 0 ? 0 : (size_t)n);
     if (n < 0) out.push_back(0xEE), out.resize(out_len + 1);  // never equal to a real result
+    EXPECT_TRUE(our_decode(block, out_len, dict, dict ? dict_len : 0) == out) << "our decoder disagrees with liblz4";
     return out;
 }
 
