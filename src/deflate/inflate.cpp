@@ -42,7 +42,7 @@ ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
 // Literal/length entries: kind 0 is a literal, 8..13 a length with 0..5 extra bits.
 ZEM_INLINE bool is_literal(uint32_t e) { return (e & 0xF0) == 0; }
-ZEM_INLINE bool is_length(uint32_t e) { return (e & 0x80) && ((e >> 4) & 7) <= 5; }
+ZEM_INLINE bool is_length(uint32_t e) { return uint32_t(uint8_t(e)) - 0x80 < 0x60; }
 
 struct CompactTables {
     static constexpr uint32_t kEob = kKindEobCompact;
@@ -63,7 +63,10 @@ struct CompactTables {
           lit_mask((1u << lit_bits(s)) - 1),
           dist_mask((1u << dist_bits(s)) - 1) {}
 
+    static constexpr bool kHasSub = false;
     ZEM_INLINE uint32_t lit_entry(uint64_t bb) const { return lit[bb & lit_mask]; }
+    ZEM_INLINE uint32_t lit_root(uint64_t bb) const { return lit_entry(bb); }
+    ZEM_INLINE uint32_t lit_sub(uint32_t e, uint64_t) const { return e; }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
         size_t i = bb & dist_mask;
         dist = dist_base[i];
@@ -75,14 +78,19 @@ struct GeneralTablesView {
     static constexpr uint32_t kEob = kKindEobGeneral;
     const GeneralTables* g;
 
-    ZEM_INLINE uint32_t lit_entry(uint64_t bb) const {
+    static constexpr bool kHasSub = true;
+    // The root entry, which may refer on to a second-level table (kind 1).
+    ZEM_INLINE uint32_t lit_root(uint64_t bb) const {
         size_t i = bb & (kRootSize - 1);
-        uint32_t tag = g->lit_tag[i];
-        if (ZEM_UNLIKELY((tag & 0xF0) == kKindSubTable)) {
-            size_t j = kRootSize + size_t(g->lit_val[i]) * 2 + low_bits(bb >> kRootBits, tag & 7);
-            return g->lit_tag[j] | uint32_t(g->lit_val[j]) << 8;
-        }
-        return tag | uint32_t(g->lit_val[i]) << 8;
+        return g->lit_tag[i] | uint32_t(g->lit_val[i]) << 8;
+    }
+    ZEM_INLINE uint32_t lit_sub(uint32_t e, uint64_t bb) const {
+        size_t j = kRootSize + size_t(e >> 8) * 2 + low_bits(bb >> kRootBits, e & 7);
+        return g->lit_tag[j] | uint32_t(g->lit_val[j]) << 8;
+    }
+    ZEM_INLINE uint32_t lit_entry(uint64_t bb) const {
+        uint32_t e = lit_root(bb);
+        return ZEM_UNLIKELY((e & 0xF0) == kKindSubTable) ? lit_sub(e, bb) : e;
     }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
         size_t i = bb & (kRootSize - 1);
@@ -219,21 +227,21 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above them are
     // read again, in place, by the next refill.
     ZEM_REFILL();
-    uint32_t e = tab.lit_entry(bb);
+    uint32_t e = tab.lit_root(bb);
     for (;;) {
         if (is_literal(e)) {
             // 56 bits cover three literals of up to 15 bits; a pair (up to 48 bits) after one
             // or two of them waits for a refill, which leaves the low bits, and e, as they are.
             ZEM_LITERAL();
-            e = tab.lit_entry(bb);
+            e = tab.lit_root(bb);
             if (is_literal(e)) {
                 ZEM_LITERAL();
-                e = tab.lit_entry(bb);
+                e = tab.lit_root(bb);
                 if (is_literal(e)) {
                     ZEM_LITERAL();
                     if (in >= in_stop || out >= out_stop) break;
                     ZEM_REFILL();
-                    e = tab.lit_entry(bb);
+                    e = tab.lit_root(bb);
                     continue;
                 }
             }
@@ -242,6 +250,11 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
         }
         before = bc;
         if (ZEM_UNLIKELY(!is_length(e))) {
+            if (T::kHasSub && (e & 0xF0) == kKindSubTable) {
+                // A long code: its entry is dealt with like any other, without a new refill.
+                e = tab.lit_sub(e, bb);
+                continue;
+            }
             if ((e & 0xF0) == T::kEob) {
                 bb >>= e & 15;
                 bc -= e & 15;
@@ -278,7 +291,7 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
         out += mlen;
         if (in >= in_stop || out >= out_stop) break;
         ZEM_REFILL();
-        e = tab.lit_entry(bb);
+        e = tab.lit_root(bb);
     }
 out:
 #undef ZEM_REFILL
