@@ -23,8 +23,10 @@ enum Step : uint32_t { kStepCode = 0, kStepLenExtra = 1, kStepDist = 2, kStepDis
 // Room beyond a match that the wide copies may overwrite with scratch.
 constexpr size_t kCopySlack = 32;
 constexpr size_t kMainMinInput = 16;
-// The fast loop's margins: its refills lag the one-symbol loop's by at most 7 bytes, and its
-// room covers the longest match any entry can describe (255 + 3 + 31) plus the copy slack.
+// The longest match an entry can describe (length base 255 + 3 and 5 extra bits).
+constexpr size_t kMaxMatch = 289;
+// The fast loop's margins: input for whole refills, and room for the longest match plus the
+// copy slack.
 constexpr size_t kFastMinInput = 32;
 constexpr size_t kFastMinRoom = 320;
 // A code of the longest length that any table can hold; an entry that the held bits cannot
@@ -192,9 +194,9 @@ ZEM_NOINLINE bool far_copy(uint8_t* out, uint8_t* hist, uint32_t d, uint32_t mle
 // words, and no test of input or room inside a symbol. Its own function, so that its few live
 // values stay in registers.
 //
-// Its refills take fewer bytes than the one-symbol loop's (which holds 57..64 bits before each
-// symbol); on the way out it takes the bytes that loop would have held after the last symbol,
-// known from the bits held before it, so that a call stops in the same state either way.
+// Its refills take fewer bytes than a refill to 57..64 bits before every symbol would; that
+// changes nothing a caller sees, since the main loop ends by handing back every whole byte it
+// holds (see the end of the main loop).
 template <class T>
 ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
                            const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
@@ -204,7 +206,16 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     uint32_t bc = f.bc;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
-    uint32_t before = bc;  // bits held before the last symbol
+    // Refills that certainly stay within both margins: each takes at most 8 input bytes and
+    // the symbols after it write at most kMaxMatch bytes. Counting them down is cheaper than
+    // testing both margins after every symbol; the count is made again when it runs out.
+    auto safe_refills = [&] {
+        size_t by_in = in < in_stop ? size_t(in_stop - in) / 8 : 0;
+        size_t by_out = out < out_stop ? size_t(out_stop - out) / kMaxMatch : 0;
+        return by_in < by_out ? by_in : by_out;
+    };
+    size_t budget = safe_refills();
+    if (!budget) return kFastGoOn;
     int why = kFastGoOn;
 #define ZEM_REFILL()                 \
     do {                             \
@@ -214,7 +225,6 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     } while (0)
 #define ZEM_LITERAL()                         \
     do {                                      \
-        before = bc;                          \
         if (ZEM_UNLIKELY((e & 15) == 0)) {    \
             why = kFastBad;                   \
             goto out;                         \
@@ -239,16 +249,15 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
                 e = tab.lit_root(bb);
                 if (is_literal(e)) {
                     ZEM_LITERAL();
-                    if (in >= in_stop || out >= out_stop) break;
+                    if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
                     ZEM_REFILL();
                     e = tab.lit_root(bb);
                     continue;
                 }
             }
-            if (in >= in_stop || out >= out_stop) break;
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
             ZEM_REFILL();
         }
-        before = bc;
         if (ZEM_UNLIKELY(!is_length(e))) {
             if (T::kHasSub && (e & 0xF0) == kKindSubTable) {
                 // A long code: its entry is dealt with like any other, without a new refill.
@@ -289,17 +298,15 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
             break;
         }
         out += mlen;
-        if (in >= in_stop || out >= out_stop) break;
+        if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
         ZEM_REFILL();
         e = tab.lit_root(bb);
     }
 out:
 #undef ZEM_REFILL
 #undef ZEM_LITERAL
-    uint32_t lag = (57 + ((before + 7) & 7) - before) >> 3;
-    bb |= load64(in) << bc;
-    f.in = in + lag;
-    f.bc = bc + 8 * lag;
+    f.in = in;
+    f.bc = bc;
     f.bb = bb;
     f.out = out;
     return why;
@@ -426,13 +433,9 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
             // One symbol per refill up to the last byte of room or the last 16 of input.
             if (why == kGoOn) {
                 while (in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end) {
-                    // Whole bytes until at least 57 bits are held.
-                    if (bc < 64) {
-                        bb |= load64(in) << bc;
-                        uint32_t k = (64 - bc) >> 3;
-                        in += k;
-                        bc += 8 * k;
-                    }
+                    bb |= load64(in) << bc;
+                    in += (63 - bc) >> 3;
+                    bc |= 56;
                     e = tab.lit_entry(bb);
                     if (ZEM_LIKELY(is_literal(e))) {
                         if (ZEM_UNLIKELY((e & 15) == 0)) {
@@ -463,8 +466,12 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
                 }
             }
 
-            // Hand whole bytes back so that what is held fits the caller's 32-bit word.
-            if (bc >= 9) {
+            // Hand whole bytes back, as many as the bits held allow but no more than this loop
+            // took, so that what is held fits the caller's 32-bit word. A loop that refilled
+            // to 57..64 bits before every symbol would hold 9 or more bits here (a symbol takes
+            // at most 48) and end in exactly this state: the bytes it took beyond ours are
+            // given back too. So how often the loops above refill is their own business.
+            {
                 size_t k = bc >> 3, loaded = size_t(in - in_main);
                 if (k > loaded) k = loaded;
                 in -= k;
