@@ -118,43 +118,51 @@ ZEM_INLINE void copy_exact(uint8_t* out, size_t dist, size_t n) {
     for (size_t i = 0; i < n; ++i) out[i] = src[i];
 }
 
-// The match copy of the main loop: whole words, possibly writing up to kCopySlack bytes of
-// scratch past the match, which the caller's room allows.
+// Shuffles for matches closer than 16 bytes: kPeriodic[d] repeats the first d bytes of a
+// vector over all 16, kAdvance[d] turns 16 bytes of a d-periodic run into the next 16.
+struct ShuffleMasks {
+    alignas(16) uint8_t m[16][16];
+};
+constexpr ShuffleMasks make_periodic() {
+    ShuffleMasks t{};
+    for (uint32_t d = 1; d < 16; ++d)
+        for (uint32_t i = 0; i < 16; ++i) t.m[d][i] = uint8_t(i % d);
+    return t;
+}
+constexpr ShuffleMasks make_advance() {
+    ShuffleMasks t{};
+    for (uint32_t d = 1; d < 16; ++d)
+        for (uint32_t i = 0; i < 16; ++i) t.m[d][i] = uint8_t((i + 16 % d) % d);
+    return t;
+}
+constexpr ShuffleMasks kPeriodic = make_periodic();
+constexpr ShuffleMasks kAdvance = make_advance();
+
+// The match copy of the main loop: 16 bytes a step, possibly writing up to kCopySlack bytes of
+// scratch past the match, which the caller's room allows. No wider vectors: they would make
+// the loops around this copy realign their stack and give up a register.
 ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
-    if (ZEM_LIKELY(dist >= 32)) {
+    if (ZEM_LIKELY(dist >= 16)) {
+        // Each step reads only bytes written before it.
         do {
-            _mm256_storeu_si256((__m256i*)out, _mm256_loadu_si256((const __m256i*)src));
-            out += 32;
-            src += 32;
-        } while (out < end);
-    } else if (dist >= 8) {
-        do {
-            store64(out, load64(src));
-            store64(out + 8, load64(src + 8));
+            _mm_storeu_si128((__m128i*)out, _mm_loadu_si128((const __m128i*)src));
             out += 16;
             src += 16;
         } while (out < end);
-    } else if (dist == 1) {
-        __m256i v = _mm256_set1_epi8((char)src[0]);
-        do {
-            _mm256_storeu_si256((__m256i*)out, v);
-            out += 32;
-        } while (out < end);
-    } else {
-        // A short period: any multiple of it is a period too, so after one span of at least 8
-        // bytes the copy can go on in words.
-        size_t span = dist * ((8 + dist - 1) / dist);
-        for (size_t i = 0; i < span; ++i) out[i] = src[i];
-        out += span;
-        src = out - span;
-        while (out < end) {
-            store64(out, load64(src));
-            out += 8;
-            src += 8;
-        }
+        return;
     }
+    // Closer than 16 bytes: the run is periodic. The load may take bytes at and after `out`,
+    // inside the room; the shuffle uses only the first dist of them.
+    __m128i run = _mm_shuffle_epi8(_mm_loadu_si128((const __m128i*)src),
+                                   _mm_load_si128((const __m128i*)kPeriodic.m[dist]));
+    const __m128i advance = _mm_load_si128((const __m128i*)kAdvance.m[dist]);
+    do {
+        _mm_storeu_si128((__m128i*)out, run);
+        run = _mm_shuffle_epi8(run, advance);
+        out += 16;
+    } while (out < end);
 }
 
 // A match (or the part of one that fits) whose start lies before the output buffer: the bytes
