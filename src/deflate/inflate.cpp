@@ -300,8 +300,20 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
         bb >>= x;
         bc -= x;
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
-            copy_wide(out, d, mlen);
-        } else if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
+            // The next entry is fetched before the copy, so that its lookup does not wait for
+            // the copy's loop to be resolved.
+            uint8_t* const dst = out;
+            out += mlen;
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) {
+                copy_wide(dst, d, mlen);
+                break;
+            }
+            ZEM_REFILL();
+            e = tab.lit_root(bb);
+            copy_wide(dst, d, mlen);
+            continue;
+        }
+        if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
             why = kFastBad;
             break;
         }
