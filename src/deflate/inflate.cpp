@@ -67,6 +67,11 @@ struct CompactTables {
 
     static constexpr bool kHasSub = false;
     ZEM_INLINE uint32_t lit_entry(uint64_t bb) const { return lit[bb & lit_mask]; }
+    // An entry's two bytes: bits and kind (low), value (high).
+    ZEM_INLINE size_t lit_index(uint64_t bb) const { return bb & lit_mask; }
+    ZEM_INLINE uint32_t tag_at(size_t i) const { return reinterpret_cast<const uint8_t*>(lit)[2 * i]; }
+    ZEM_INLINE uint8_t val_at(size_t i) const { return reinterpret_cast<const uint8_t*>(lit)[2 * i + 1]; }
+    ZEM_INLINE size_t sub_index(uint32_t, size_t i, uint64_t) const { return i; }
     ZEM_INLINE uint32_t lit_root(uint64_t bb) const { return lit_entry(bb); }
     ZEM_INLINE uint32_t lit_sub(uint32_t e, uint64_t) const { return e; }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
@@ -81,6 +86,12 @@ struct GeneralTablesView {
     const GeneralTables* g;
 
     static constexpr bool kHasSub = true;
+    ZEM_INLINE size_t lit_index(uint64_t bb) const { return bb & (kRootSize - 1); }
+    ZEM_INLINE uint32_t tag_at(size_t i) const { return g->lit_tag[i]; }
+    ZEM_INLINE uint8_t val_at(size_t i) const { return g->lit_val[i]; }
+    ZEM_INLINE size_t sub_index(uint32_t tag, size_t i, uint64_t bb) const {
+        return kRootSize + size_t(g->lit_val[i]) * 2 + low_bits(bb >> kRootBits, tag & 7);
+    }
     // The root entry, which may refer on to a second-level table (kind 1).
     ZEM_INLINE uint32_t lit_root(uint64_t bb) const {
         size_t i = bb & (kRootSize - 1);
@@ -225,80 +236,89 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     size_t budget = safe_refills();
     if (!budget) return kFastGoOn;
     int why = kFastGoOn;
+    // Entries are read as an index and a tag (bits and kind); the value byte is fetched only
+    // where it is used. A literal's tag is its bit count, so it shifts the buffer as it is.
 #define ZEM_REFILL()                 \
     do {                             \
         bb |= load64(in) << bc;      \
         in += (63 - bc) >> 3;        \
         bc |= 56;                    \
     } while (0)
-#define ZEM_LITERAL()                         \
-    do {                                      \
-        if (ZEM_UNLIKELY((e & 15) == 0)) {    \
-            why = kFastBad;                   \
-            goto out;                         \
-        }                                     \
-        bb >>= e & 15;                        \
-        bc -= e & 15;                         \
-        *out++ = uint8_t(e >> 8);             \
+#define ZEM_LOOKUP()             \
+    do {                         \
+        i = tab.lit_index(bb);   \
+        t = tab.tag_at(i);       \
+    } while (0)
+    // A literal of no bits (an entry no code reaches) takes nothing from the buffer: repeated,
+    // it runs into the margins and leaves the entry to the one-symbol loop, which refuses it.
+#define ZEM_LITERAL()                \
+    do {                             \
+        *out++ = tab.val_at(i);      \
+        bb >>= t;                    \
+        bc -= t;                     \
     } while (0)
 
     // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above them are
     // read again, in place, by the next refill.
     ZEM_REFILL();
-    uint32_t e = tab.lit_root(bb);
+    size_t i;
+    uint32_t t;
+    ZEM_LOOKUP();
     for (;;) {
-        if (is_literal(e)) {
+        if (t < 0x10) {
             // 56 bits cover three literals of up to 15 bits; a pair (up to 48 bits) after one
-            // or two of them waits for a refill, which leaves the low bits, and e, as they are.
+            // or two of them waits for a refill, which leaves the low bits, and t, as they are.
             ZEM_LITERAL();
-            e = tab.lit_root(bb);
-            if (is_literal(e)) {
+            ZEM_LOOKUP();
+            if (t < 0x10) {
                 ZEM_LITERAL();
-                e = tab.lit_root(bb);
-                if (is_literal(e)) {
+                ZEM_LOOKUP();
+                if (t < 0x10) {
                     ZEM_LITERAL();
                     if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
                     ZEM_REFILL();
-                    e = tab.lit_root(bb);
+                    ZEM_LOOKUP();
                     continue;
                 }
             }
             if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
             ZEM_REFILL();
         }
-        if (ZEM_UNLIKELY(!is_length(e))) {
-            if (T::kHasSub && (e & 0xF0) == kKindSubTable) {
+        if (ZEM_UNLIKELY(t - 0x80 >= 0x60)) {
+            if (T::kHasSub && (t & 0xF0) == kKindSubTable) {
                 // A long code: its entry is dealt with like any other, without a new refill.
-                e = tab.lit_sub(e, bb);
+                i = tab.sub_index(t, i, bb);
+                t = tab.tag_at(i);
                 continue;
             }
-            if ((e & 0xF0) == T::kEob) {
-                bb >>= e & 15;
-                bc -= e & 15;
+            if ((t & 0xF0) == T::kEob) {
+                bb >>= t & 15;
+                bc -= t & 15;
                 why = kFastEnd;
             } else {
                 why = kFastBad;
             }
             break;
         }
-        bb >>= e & 15;
-        bc -= e & 15;
-        uint32_t x = (e >> 4) & 7;
-        uint32_t mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
-        bb >>= x;
-        bc -= x;
+        // Code and extra bits leave the buffer in one shift; the extra bits are taken from
+        // the bits as they were.
+        uint32_t n = t & 15, x = (t >> 4) - 8;
+        uint64_t saved = bb;
+        bb >>= n + x;
+        bc -= n + x;
+        uint32_t mlen = tab.val_at(i) + 3 + uint32_t(low_bits(saved, n + x) >> n);
         uint32_t d;
         uint32_t kb = tab.dist_entry(bb, d);
         if (ZEM_UNLIKELY(kb > kDistTagMax)) {
             why = kFastBad;
             break;
         }
-        bb >>= kb & 15;
-        bc -= kb & 15;
+        n = kb & 15;
         x = kb >> 4;
-        d += uint32_t(low_bits(bb, x));
-        bb >>= x;
-        bc -= x;
+        saved = bb;
+        bb >>= n + x;
+        bc -= n + x;
+        d += uint32_t(low_bits(saved, n + x) >> n);
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             // The next entry is fetched before the copy, so that its lookup does not wait for
             // the copy's loop to be resolved.
@@ -309,7 +329,7 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
                 break;
             }
             ZEM_REFILL();
-            e = tab.lit_root(bb);
+            ZEM_LOOKUP();
             copy_wide(dst, d, mlen);
             continue;
         }
@@ -320,10 +340,10 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
         out += mlen;
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
         ZEM_REFILL();
-        e = tab.lit_root(bb);
+        ZEM_LOOKUP();
     }
-out:
 #undef ZEM_REFILL
+#undef ZEM_LOOKUP
 #undef ZEM_LITERAL
     f.in = in;
     f.bc = bc;
