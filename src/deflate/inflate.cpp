@@ -152,13 +152,22 @@ constexpr ShuffleMasks kAdvance = make_advance();
 // The match copy of the main loop: 16 bytes a step, possibly writing up to kCopySlack bytes of
 // scratch past the match, which the caller's room allows. No wider vectors: they would make
 // the loops around this copy realign their stack and give up a register.
+ZEM_INLINE void copy16(uint8_t* d, const uint8_t* s) {
+    _mm_storeu_si128((__m128i*)d, _mm_loadu_si128((const __m128i*)s));
+}
 ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (ZEM_LIKELY(dist >= 16)) {
-        // Each step reads only bytes written before it.
+        // Each step reads only bytes written before it. Most matches are at most 32 bytes
+        // long: two steps and no loop to predict.
+        copy16(out, src);
+        copy16(out + 16, src + 16);
+        if (ZEM_LIKELY(len <= 32)) return;
+        out += 32;
+        src += 32;
         do {
-            _mm_storeu_si128((__m128i*)out, _mm_loadu_si128((const __m128i*)src));
+            copy16(out, src);
             out += 16;
             src += 16;
         } while (out < end);
