@@ -1,11 +1,13 @@
 // The inflate decoder: the Huffman-coded body of one DEFLATE block, resumable at any byte of
 // input and output.
 //
-// One decoder template serves both table layouts; the compact instantiation is the fast one
-// (one lookup per symbol). Each call alternates between two loops:
+// One decoder template serves both table layouts; the compact instantiation is the faster
+// one (one lookup per symbol, where the general layout may need two). Each call alternates
+// between two loops:
 //  - the main loop, while at least 16 input bytes and some output room remain: the 64-bit bit
-//    buffer is refilled branch-free to 56..63 bits before each symbol, which covers a whole
-//    length/distance pair (at most 15 + 5 + 15 + 13 bits), so no step inside tests for input;
+//    buffer is refilled branch-free to 56..63 bits, which covers a whole length/distance pair
+//    (at most 15 + 5 + 15 + 13 bits), so no step inside tests for input. Far from both ends it
+//    runs as the fast loop (its own function); near them, one symbol per refill;
 //  - the careful loop, one step at a time, which pulls single bytes only when the held bits
 //    cannot answer and saves its step in the state's resume words when input or output ends.
 #include <string.h>
@@ -54,7 +56,9 @@ struct CompactTables {
     uint32_t lit_mask, dist_mask;
 
     // The widths come from the record: clamped so that no value in it reads outside it.
-    static uint32_t lit_bits(const zemInflateState* s) { return s->litBits > kCompactMaxLit ? kCompactMaxLit : s->litBits; }
+    static uint32_t lit_bits(const zemInflateState* s) {
+        return s->litBits > kCompactMaxLit ? kCompactMaxLit : s->litBits;
+    }
     static uint32_t dist_bits(const zemInflateState* s) {
         return s->distBits > kCompactMaxDist ? kCompactMaxDist : s->distBits;
     }
@@ -72,8 +76,6 @@ struct CompactTables {
     ZEM_INLINE uint32_t tag_at(size_t i) const { return reinterpret_cast<const uint8_t*>(lit)[2 * i]; }
     ZEM_INLINE uint8_t val_at(size_t i) const { return reinterpret_cast<const uint8_t*>(lit)[2 * i + 1]; }
     ZEM_INLINE size_t sub_index(uint32_t, size_t i, uint64_t) const { return i; }
-    ZEM_INLINE uint32_t lit_root(uint64_t bb) const { return lit_entry(bb); }
-    ZEM_INLINE uint32_t lit_sub(uint32_t e, uint64_t) const { return e; }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
         size_t i = bb & dist_mask;
         dist = dist_base[i];
@@ -92,18 +94,11 @@ struct GeneralTablesView {
     ZEM_INLINE size_t sub_index(uint32_t tag, size_t i, uint64_t bb) const {
         return kRootSize + size_t(g->lit_val[i]) * 2 + low_bits(bb >> kRootBits, tag & 7);
     }
-    // The root entry, which may refer on to a second-level table (kind 1).
-    ZEM_INLINE uint32_t lit_root(uint64_t bb) const {
-        size_t i = bb & (kRootSize - 1);
-        return g->lit_tag[i] | uint32_t(g->lit_val[i]) << 8;
-    }
-    ZEM_INLINE uint32_t lit_sub(uint32_t e, uint64_t bb) const {
-        size_t j = kRootSize + size_t(e >> 8) * 2 + low_bits(bb >> kRootBits, e & 7);
-        return g->lit_tag[j] | uint32_t(g->lit_val[j]) << 8;
-    }
+    // The whole entry (tag | value << 8), through a second-level table for a long code.
     ZEM_INLINE uint32_t lit_entry(uint64_t bb) const {
-        uint32_t e = lit_root(bb);
-        return ZEM_UNLIKELY((e & 0xF0) == kKindSubTable) ? lit_sub(e, bb) : e;
+        size_t i = lit_index(bb);
+        if (ZEM_UNLIKELY((tag_at(i) & 0xF0) == kKindSubTable)) i = sub_index(tag_at(i), i, bb);
+        return tag_at(i) | uint32_t(val_at(i)) << 8;
     }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
         size_t i = bb & (kRootSize - 1);
