@@ -263,7 +263,9 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     } while (0)
 
     // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above them are
-    // read again, in place, by the next refill.
+    // read again, in place, by the next refill. A refill leaves 64 valid bits in the buffer
+    // and a symbol takes at most 48 of them, so the next entry can be looked up from the 16 or
+    // more left before the refill that follows it: the lookup need not wait for the refill.
     ZEM_REFILL();
     size_t i;
     uint32_t t;
@@ -280,8 +282,8 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
                 if (t < 0x10) {
                     ZEM_LITERAL();
                     if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-                    ZEM_REFILL();
                     ZEM_LOOKUP();
+                    ZEM_REFILL();
                     continue;
                 }
             }
@@ -332,8 +334,8 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
                 copy_wide(dst, d, mlen);
                 break;
             }
-            ZEM_REFILL();
             ZEM_LOOKUP();
+            ZEM_REFILL();
             copy_wide(dst, d, mlen);
             continue;
         }
@@ -343,8 +345,8 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
         }
         out += mlen;
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-        ZEM_REFILL();
         ZEM_LOOKUP();
+        ZEM_REFILL();
     }
 #undef ZEM_REFILL
 #undef ZEM_LOOKUP
