@@ -386,7 +386,9 @@ void Inflater::keep_history(Call& c) {
 InflateResult Inflater::run(const uint8_t*& in, size_t& in_len, uint8_t*& out, size_t& out_len) {
     Call c{in, in_len, out, out_len, out};
     InflateResult result = InflateResult::Ok;
-    if (!member_started_ && step_ != Step::Error) start_member(c);
+    // A gzip stream that has ended goes on only when another member's bytes come.
+    bool ended = step_ == Step::End && !c.in_len && bc_ < 8;
+    if (!member_started_ && step_ != Step::Error && !ended) start_member(c);
     for (bool go = true; go;) {
         switch (step_) {
             case Step::Header:
