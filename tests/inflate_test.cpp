@@ -159,6 +159,15 @@ TEST(InflateStream, GzipMembersFollowEachOther) {
     both.insert(both.end(), b.begin(), b.end());
     EXPECT_EQ(one_shot(Format::Gzip, comp, both.size()), both);
     EXPECT_EQ(pieces(Format::Gzip, comp, both.size(), 5, 13, false), both);
+    // After the last member the stream stays ended until more input comes.
+    zem::stream::Inflater inf(Format::Gzip);
+    Bytes out(both.size());
+    const uint8_t* in = comp.data();
+    size_t in_len = comp.size(), out_len = out.size();
+    uint8_t* o = out.data();
+    EXPECT_EQ(inf.run(in, in_len, o, out_len), InflateResult::End);
+    EXPECT_EQ(inf.run(in, in_len, o, out_len), InflateResult::End);
+    EXPECT_EQ(out, both);
 }
 
 TEST(InflateStream, RefusesDamagedStreams) {

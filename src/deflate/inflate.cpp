@@ -1,11 +1,13 @@
 // The inflate decoder: the Huffman-coded body of one DEFLATE block, resumable at any byte of
 // input and output.
 //
-// One decoder template serves both table layouts; the compact instantiation is the fast one
-// (one lookup per symbol). Each call alternates between two loops:
+// One decoder template serves both table layouts; the compact instantiation is the faster
+// one (one lookup per symbol, where the general layout may need two). Each call alternates
+// between two loops:
 //  - the main loop, while at least 16 input bytes and some output room remain: the 64-bit bit
-//    buffer is refilled branch-free to 56..63 bits before each symbol, which covers a whole
-//    length/distance pair (at most 15 + 5 + 15 + 13 bits), so no step inside tests for input;
+//    buffer is refilled branch-free to 56..63 bits, which covers a whole length/distance pair
+//    (at most 15 + 5 + 15 + 13 bits), so no step inside tests for input. Far from both ends it
+//    runs as the fast loop (its own function); near them, one symbol per refill;
 //  - the careful loop, one step at a time, which pulls single bytes only when the held bits
 //    cannot answer and saves its step in the state's resume words when input or output ends.
 #include <string.h>
@@ -23,8 +25,10 @@ enum Step : uint32_t { kStepCode = 0, kStepLenExtra = 1, kStepDist = 2, kStepDis
 // Room beyond a match that the wide copies may overwrite with scratch.
 constexpr size_t kCopySlack = 32;
 constexpr size_t kMainMinInput = 16;
-// The fast loop's margins: its refills lag the one-symbol loop's by at most 7 bytes, and its
-// room covers the longest match any entry can describe (255 + 3 + 31) plus the copy slack.
+// The longest match an entry can describe (length base 255 + 3 and 5 extra bits).
+constexpr size_t kMaxMatch = 289;
+// The fast loop's margins: input for whole refills, and room for the longest match plus the
+// copy slack.
 constexpr size_t kFastMinInput = 32;
 constexpr size_t kFastMinRoom = 320;
 // A code of the longest length that any table can hold; an entry that the held bits cannot
@@ -42,7 +46,7 @@ ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
 // Literal/length entries: kind 0 is a literal, 8..13 a length with 0..5 extra bits.
 ZEM_INLINE bool is_literal(uint32_t e) { return (e & 0xF0) == 0; }
-ZEM_INLINE bool is_length(uint32_t e) { return (e & 0x80) && ((e >> 4) & 7) <= 5; }
+ZEM_INLINE bool is_length(uint32_t e) { return uint32_t(uint8_t(e)) - 0x80 < 0x60; }
 
 struct CompactTables {
     static constexpr uint32_t kEob = kKindEobCompact;
@@ -52,7 +56,9 @@ struct CompactTables {
     uint32_t lit_mask, dist_mask;
 
     // The widths come from the record: clamped so that no value in it reads outside it.
-    static uint32_t lit_bits(const zemInflateState* s) { return s->litBits > kCompactMaxLit ? kCompactMaxLit : s->litBits; }
+    static uint32_t lit_bits(const zemInflateState* s) {
+        return s->litBits > kCompactMaxLit ? kCompactMaxLit : s->litBits;
+    }
     static uint32_t dist_bits(const zemInflateState* s) {
         return s->distBits > kCompactMaxDist ? kCompactMaxDist : s->distBits;
     }
@@ -63,7 +69,13 @@ struct CompactTables {
           lit_mask((1u << lit_bits(s)) - 1),
           dist_mask((1u << dist_bits(s)) - 1) {}
 
+    static constexpr bool kHasSub = false;
     ZEM_INLINE uint32_t lit_entry(uint64_t bb) const { return lit[bb & lit_mask]; }
+    // An entry's two bytes: bits and kind (low), value (high).
+    ZEM_INLINE size_t lit_index(uint64_t bb) const { return bb & lit_mask; }
+    ZEM_INLINE uint32_t tag_at(size_t i) const { return reinterpret_cast<const uint8_t*>(lit)[2 * i]; }
+    ZEM_INLINE uint8_t val_at(size_t i) const { return reinterpret_cast<const uint8_t*>(lit)[2 * i + 1]; }
+    ZEM_INLINE size_t sub_index(uint32_t, size_t i, uint64_t) const { return i; }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
         size_t i = bb & dist_mask;
         dist = dist_base[i];
@@ -75,14 +87,18 @@ struct GeneralTablesView {
     static constexpr uint32_t kEob = kKindEobGeneral;
     const GeneralTables* g;
 
+    static constexpr bool kHasSub = true;
+    ZEM_INLINE size_t lit_index(uint64_t bb) const { return bb & (kRootSize - 1); }
+    ZEM_INLINE uint32_t tag_at(size_t i) const { return g->lit_tag[i]; }
+    ZEM_INLINE uint8_t val_at(size_t i) const { return g->lit_val[i]; }
+    ZEM_INLINE size_t sub_index(uint32_t tag, size_t i, uint64_t bb) const {
+        return kRootSize + size_t(g->lit_val[i]) * 2 + low_bits(bb >> kRootBits, tag & 7);
+    }
+    // The whole entry (tag | value << 8), through a second-level table for a long code.
     ZEM_INLINE uint32_t lit_entry(uint64_t bb) const {
-        size_t i = bb & (kRootSize - 1);
-        uint32_t tag = g->lit_tag[i];
-        if (ZEM_UNLIKELY((tag & 0xF0) == kKindSubTable)) {
-            size_t j = kRootSize + size_t(g->lit_val[i]) * 2 + low_bits(bb >> kRootBits, tag & 7);
-            return g->lit_tag[j] | uint32_t(g->lit_val[j]) << 8;
-        }
-        return tag | uint32_t(g->lit_val[i]) << 8;
+        size_t i = lit_index(bb);
+        if (ZEM_UNLIKELY((tag_at(i) & 0xF0) == kKindSubTable)) i = sub_index(tag_at(i), i, bb);
+        return tag_at(i) | uint32_t(val_at(i)) << 8;
     }
     ZEM_INLINE uint32_t dist_entry(uint64_t bb, uint32_t& dist) const {
         size_t i = bb & (kRootSize - 1);
@@ -108,43 +124,60 @@ ZEM_INLINE void copy_exact(uint8_t* out, size_t dist, size_t n) {
     for (size_t i = 0; i < n; ++i) out[i] = src[i];
 }
 
-// The match copy of the main loop: whole words, possibly writing up to kCopySlack bytes of
-// scratch past the match, which the caller's room allows.
+// Shuffles for matches closer than 16 bytes: kPeriodic[d] repeats the first d bytes of a
+// vector over all 16, kAdvance[d] turns 16 bytes of a d-periodic run into the next 16.
+struct ShuffleMasks {
+    alignas(16) uint8_t m[16][16];
+};
+constexpr ShuffleMasks make_periodic() {
+    ShuffleMasks t{};
+    for (uint32_t d = 1; d < 16; ++d)
+        for (uint32_t i = 0; i < 16; ++i) t.m[d][i] = uint8_t(i % d);
+    return t;
+}
+constexpr ShuffleMasks make_advance() {
+    ShuffleMasks t{};
+    for (uint32_t d = 1; d < 16; ++d)
+        for (uint32_t i = 0; i < 16; ++i) t.m[d][i] = uint8_t((i + 16 % d) % d);
+    return t;
+}
+constexpr ShuffleMasks kPeriodic = make_periodic();
+constexpr ShuffleMasks kAdvance = make_advance();
+
+// The match copy of the main loop: 16 bytes a step, possibly writing up to kCopySlack bytes of
+// scratch past the match, which the caller's room allows. No wider vectors: they would make
+// the loops around this copy realign their stack and give up a register.
+ZEM_INLINE void copy16(uint8_t* d, const uint8_t* s) {
+    _mm_storeu_si128((__m128i*)d, _mm_loadu_si128((const __m128i*)s));
+}
 ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
-    if (ZEM_LIKELY(dist >= 32)) {
+    if (ZEM_LIKELY(dist >= 16)) {
+        // Each step reads only bytes written before it. Most matches are at most 32 bytes
+        // long: two steps and no loop to predict.
+        copy16(out, src);
+        copy16(out + 16, src + 16);
+        if (ZEM_LIKELY(len <= 32)) return;
+        out += 32;
+        src += 32;
         do {
-            _mm256_storeu_si256((__m256i*)out, _mm256_loadu_si256((const __m256i*)src));
-            out += 32;
-            src += 32;
-        } while (out < end);
-    } else if (dist >= 8) {
-        do {
-            store64(out, load64(src));
-            store64(out + 8, load64(src + 8));
+            copy16(out, src);
             out += 16;
             src += 16;
         } while (out < end);
-    } else if (dist == 1) {
-        __m256i v = _mm256_set1_epi8((char)src[0]);
-        do {
-            _mm256_storeu_si256((__m256i*)out, v);
-            out += 32;
-        } while (out < end);
-    } else {
-        // A short period: any multiple of it is a period too, so after one span of at least 8
-        // bytes the copy can go on in words.
-        size_t span = dist * ((8 + dist - 1) / dist);
-        for (size_t i = 0; i < span; ++i) out[i] = src[i];
-        out += span;
-        src = out - span;
-        while (out < end) {
-            store64(out, load64(src));
-            out += 8;
-            src += 8;
-        }
+        return;
     }
+    // Closer than 16 bytes: the run is periodic. The load may take bytes at and after `out`,
+    // inside the room; the shuffle uses only the first dist of them.
+    __m128i run = _mm_shuffle_epi8(_mm_loadu_si128((const __m128i*)src),
+                                   _mm_load_si128((const __m128i*)kPeriodic.m[dist]));
+    const __m128i advance = _mm_load_si128((const __m128i*)kAdvance.m[dist]);
+    do {
+        _mm_storeu_si128((__m128i*)out, run);
+        run = _mm_shuffle_epi8(run, advance);
+        out += 16;
+    } while (out < end);
 }
 
 // A match (or the part of one that fits) whose start lies before the output buffer: the bytes
@@ -184,9 +217,9 @@ ZEM_NOINLINE bool far_copy(uint8_t* out, uint8_t* hist, uint32_t d, uint32_t mle
 // words, and no test of input or room inside a symbol. Its own function, so that its few live
 // values stay in registers.
 //
-// Its refills take fewer bytes than the one-symbol loop's (which holds 57..64 bits before each
-// symbol); on the way out it takes the bytes that loop would have held after the last symbol,
-// known from the bits held before it, so that a call stops in the same state either way.
+// Its refills take fewer bytes than a refill to 57..64 bits before every symbol would; that
+// changes nothing a caller sees, since the main loop ends by handing back every whole byte it
+// holds (see the end of the main loop).
 template <class T>
 ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
                            const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
@@ -196,97 +229,130 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     uint32_t bc = f.bc;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
-    uint32_t before = bc;  // bits held before the last symbol
+    // Refills that certainly stay within both margins: each takes at most 8 input bytes and
+    // the symbols after it write at most kMaxMatch bytes. Counting them down is cheaper than
+    // testing both margins after every symbol; the count is made again when it runs out.
+    auto safe_refills = [&] {
+        size_t by_in = in < in_stop ? size_t(in_stop - in) / 8 : 0;
+        size_t by_out = out < out_stop ? size_t(out_stop - out) / kMaxMatch : 0;
+        return by_in < by_out ? by_in : by_out;
+    };
+    size_t budget = safe_refills();
+    if (!budget) return kFastGoOn;
     int why = kFastGoOn;
+    // Entries are read as an index and a tag (bits and kind); the value byte is fetched only
+    // where it is used. A literal's tag is its bit count, so it shifts the buffer as it is.
 #define ZEM_REFILL()                 \
     do {                             \
         bb |= load64(in) << bc;      \
         in += (63 - bc) >> 3;        \
         bc |= 56;                    \
     } while (0)
-#define ZEM_LITERAL()                         \
-    do {                                      \
-        before = bc;                          \
-        if (ZEM_UNLIKELY((e & 15) == 0)) {    \
-            why = kFastBad;                   \
-            goto out;                         \
-        }                                     \
-        bb >>= e & 15;                        \
-        bc -= e & 15;                         \
-        *out++ = uint8_t(e >> 8);             \
+#define ZEM_LOOKUP()             \
+    do {                         \
+        i = tab.lit_index(bb);   \
+        t = tab.tag_at(i);       \
+    } while (0)
+    // A literal of no bits (an entry no code reaches) takes nothing from the buffer: repeated,
+    // it runs into the margins and leaves the entry to the one-symbol loop, which refuses it.
+#define ZEM_LITERAL()                \
+    do {                             \
+        *out++ = tab.val_at(i);      \
+        bb >>= t;                    \
+        bc -= t;                     \
     } while (0)
 
     // Whole bytes until 56..63 bits are held; the bits of a partly taken byte above them are
-    // read again, in place, by the next refill.
+    // read again, in place, by the next refill. A refill leaves 64 valid bits in the buffer
+    // and a symbol takes at most 48 of them, so the next entry can be looked up from the 16 or
+    // more left before the refill that follows it: the lookup need not wait for the refill.
     ZEM_REFILL();
-    uint32_t e = tab.lit_entry(bb);
+    size_t i;
+    uint32_t t;
+    ZEM_LOOKUP();
     for (;;) {
-        if (is_literal(e)) {
+        if (t < 0x10) {
             // 56 bits cover three literals of up to 15 bits; a pair (up to 48 bits) after one
-            // or two of them waits for a refill, which leaves the low bits, and e, as they are.
+            // or two of them waits for a refill, which leaves the low bits, and t, as they are.
             ZEM_LITERAL();
-            e = tab.lit_entry(bb);
-            if (is_literal(e)) {
+            ZEM_LOOKUP();
+            if (t < 0x10) {
                 ZEM_LITERAL();
-                e = tab.lit_entry(bb);
-                if (is_literal(e)) {
+                ZEM_LOOKUP();
+                if (t < 0x10) {
                     ZEM_LITERAL();
-                    if (in >= in_stop || out >= out_stop) break;
+                    if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+                    ZEM_LOOKUP();
                     ZEM_REFILL();
-                    e = tab.lit_entry(bb);
                     continue;
                 }
             }
-            if (in >= in_stop || out >= out_stop) break;
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
             ZEM_REFILL();
         }
-        before = bc;
-        if (ZEM_UNLIKELY(!is_length(e))) {
-            if ((e & 0xF0) == T::kEob) {
-                bb >>= e & 15;
-                bc -= e & 15;
+        if (ZEM_UNLIKELY(t - 0x80 >= 0x60)) {
+            if (T::kHasSub && (t & 0xF0) == kKindSubTable) {
+                // A long code: its entry is dealt with like any other, without a new refill.
+                i = tab.sub_index(t, i, bb);
+                t = tab.tag_at(i);
+                continue;
+            }
+            if ((t & 0xF0) == T::kEob) {
+                bb >>= t & 15;
+                bc -= t & 15;
                 why = kFastEnd;
             } else {
                 why = kFastBad;
             }
             break;
         }
-        bb >>= e & 15;
-        bc -= e & 15;
-        uint32_t x = (e >> 4) & 7;
-        uint32_t mlen = (e >> 8) + 3 + uint32_t(low_bits(bb, x));
-        bb >>= x;
-        bc -= x;
+        // Code and extra bits leave the buffer in one shift; the extra bits are taken from
+        // the bits as they were.
+        uint32_t n = t & 15, x = (t >> 4) - 8;
+        uint64_t saved = bb;
+        bb >>= n + x;
+        bc -= n + x;
+        uint32_t mlen = tab.val_at(i) + 3 + uint32_t(low_bits(saved, n + x) >> n);
         uint32_t d;
         uint32_t kb = tab.dist_entry(bb, d);
         if (ZEM_UNLIKELY(kb > kDistTagMax)) {
             why = kFastBad;
             break;
         }
-        bb >>= kb & 15;
-        bc -= kb & 15;
+        n = kb & 15;
         x = kb >> 4;
-        d += uint32_t(low_bits(bb, x));
-        bb >>= x;
-        bc -= x;
+        saved = bb;
+        bb >>= n + x;
+        bc -= n + x;
+        d += uint32_t(low_bits(saved, n + x) >> n);
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
-            copy_wide(out, d, mlen);
-        } else if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
+            // The next entry is fetched before the copy, so that its lookup does not wait for
+            // the copy's loop to be resolved.
+            uint8_t* const dst = out;
+            out += mlen;
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) {
+                copy_wide(dst, d, mlen);
+                break;
+            }
+            ZEM_LOOKUP();
+            ZEM_REFILL();
+            copy_wide(dst, d, mlen);
+            continue;
+        }
+        if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
             why = kFastBad;
             break;
         }
         out += mlen;
-        if (in >= in_stop || out >= out_stop) break;
+        if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+        ZEM_LOOKUP();
         ZEM_REFILL();
-        e = tab.lit_entry(bb);
     }
-out:
 #undef ZEM_REFILL
+#undef ZEM_LOOKUP
 #undef ZEM_LITERAL
-    uint32_t lag = (57 + ((before + 7) & 7) - before) >> 3;
-    bb |= load64(in) << bc;
-    f.in = in + lag;
-    f.bc = bc + 8 * lag;
+    f.in = in;
+    f.bc = bc;
     f.bb = bb;
     f.out = out;
     return why;
@@ -413,13 +479,9 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
             // One symbol per refill up to the last byte of room or the last 16 of input.
             if (why == kGoOn) {
                 while (in_end - in >= (ptrdiff_t)kMainMinInput && out < out_end) {
-                    // Whole bytes until at least 57 bits are held.
-                    if (bc < 64) {
-                        bb |= load64(in) << bc;
-                        uint32_t k = (64 - bc) >> 3;
-                        in += k;
-                        bc += 8 * k;
-                    }
+                    bb |= load64(in) << bc;
+                    in += (63 - bc) >> 3;
+                    bc |= 56;
                     e = tab.lit_entry(bb);
                     if (ZEM_LIKELY(is_literal(e))) {
                         if (ZEM_UNLIKELY((e & 15) == 0)) {
@@ -450,8 +512,12 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
                 }
             }
 
-            // Hand whole bytes back so that what is held fits the caller's 32-bit word.
-            if (bc >= 9) {
+            // Hand whole bytes back, as many as the bits held allow but no more than this loop
+            // took, so that what is held fits the caller's 32-bit word. A loop that refilled
+            // to 57..64 bits before every symbol would hold 9 or more bits here (a symbol takes
+            // at most 48) and end in exactly this state: the bytes it took beyond ours are
+            // given back too. So how often the loops above refill is their own business.
+            {
                 size_t k = bc >> 3, loaded = size_t(in - in_main);
                 if (k > loaded) k = loaded;
                 in -= k;

@@ -97,9 +97,15 @@ constexpr void build_two_level(const uint16_t* lens, uint32_t n, uint32_t first_
     Code c{};
     count_lengths(lens, n, c);
     first_codes(c);
-    uint16_t rev[288] = {};
-    uint8_t sub_width[kRootSize] = {};
-    uint16_t sub_pos[kRootSize] = {};
+    // Filled before they are read (rev for coded symbols, the others only with long codes),
+    // so they are not cleared: that would cost more than a block's build otherwise does.
+    uint16_t rev[288];
+    uint8_t sub_width[kRootSize];
+    uint16_t sub_pos[kRootSize];
+    uint16_t prefixes[288];  // the 10-bit prefixes of long codes, each once
+    uint32_t n_prefixes = 0;
+    if (c.max > kRootBits)
+        for (auto& w : sub_width) w = 0;
     for (uint32_t s = 0; s < n; ++s) {
         uint32_t l = len_of(lens, s);
         if (!l) continue;
@@ -107,17 +113,16 @@ constexpr void build_two_level(const uint16_t* lens, uint32_t n, uint32_t first_
         rev[s] = uint16_t(r);
         if (l > kRootBits) {
             uint32_t p = r & (kRootSize - 1);
+            if (!sub_width[p]) prefixes[n_prefixes++] = uint16_t(p);
             if (l - kRootBits > sub_width[p]) sub_width[p] = uint8_t(l - kRootBits);
         }
     }
-    if (c.max > kRootBits) {
-        uint32_t pos = first_sub;
-        for (uint32_t p = 0; p < kRootSize; ++p) {
-            if (!sub_width[p]) continue;
-            sub_pos[p] = uint16_t(pos);
-            ref(p, pos, sub_width[p]);
-            pos += 1u << sub_width[p];
-        }
+    uint32_t pos = first_sub;
+    for (uint32_t k = 0; k < n_prefixes; ++k) {
+        uint32_t p = prefixes[k];
+        sub_pos[p] = uint16_t(pos);
+        ref(p, pos, sub_width[p]);
+        pos += 1u << sub_width[p];
     }
     for (uint32_t s = 0; s < n; ++s) {
         uint32_t l = len_of(lens, s);

@@ -18,6 +18,11 @@
 
 namespace zem::inflate {
 
+// The record's size and field order are part of the interface: callers allocate it.
+static_assert(sizeof(zemInflateState) == 7216);
+static_assert(offsetof(zemInflateState, resume) == 24 && offsetof(zemInflateState, litBits) == 40 &&
+              offsetof(zemInflateState, tables) == 48);
+
 inline constexpr uint32_t kRootBits = 10;
 inline constexpr uint32_t kRootSize = 1u << kRootBits;
 

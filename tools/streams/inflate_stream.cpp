@@ -238,31 +238,39 @@ bool Inflater::block_header(Call& c) {
 
 bool Inflater::dyn_lens(Call& c) {
     const uint32_t total = n_lit_ + n_dist_;
-    while (n_have_ < total) {
-        c.need(bb_, bc_, 14);
-        uint32_t e = clen_table_[bb_ & 127];
+    // The bit buffer and the count in locals for the loop, written back on every way out.
+    uint64_t bb = bb_;
+    uint32_t bc = bc_, have = n_have_;
+    bool ok = true, more = true;
+    while (have < total) {
+        c.need(bb, bc, 14);
+        uint32_t e = clen_table_[bb & 127];
         uint32_t l = e & 15, sym = e >> 4;
-        if (l > bc_) return false;
         uint32_t x = sym < 16 ? 0 : sym == 16 ? 2 : sym == 17 ? 3 : 7;
-        if (l + x > bc_) return false;
-        uint32_t v = uint32_t(bb_ >> l) & ((1u << x) - 1);
-        bb_ >>= l + x;
-        bc_ -= l + x;
+        if (l + x > bc) {
+            more = false;
+            break;
+        }
+        uint32_t v = uint32_t(bb >> l) & ((1u << x) - 1);
+        bb >>= l + x;
+        bc -= l + x;
         if (sym < 16) {
-            lens_[n_have_++] = uint16_t(sym);
+            lens_[have++] = uint16_t(sym);
             continue;
         }
-        uint32_t rep, val = 0;
-        if (sym == 16) {
-            if (n_have_ == 0) return step_ = Step::Error, true;
-            val = lens_[n_have_ - 1];
-            rep = 3 + v;
-        } else {
-            rep = (sym == 17 ? 3 : 11) + v;
+        uint32_t rep = sym == 16 ? 3 + v : sym == 17 ? 3 + v : 11 + v;
+        if ((sym == 16 && have == 0) || have + rep > total) {
+            ok = false;
+            break;
         }
-        if (n_have_ + rep > total) return step_ = Step::Error, true;
-        while (rep--) lens_[n_have_++] = uint16_t(val);
+        uint16_t val = sym == 16 ? lens_[have - 1] : 0;
+        while (rep--) lens_[have++] = val;
     }
+    bb_ = bb;
+    bc_ = bc;
+    n_have_ = have;
+    if (!ok) return step_ = Step::Error, true;
+    if (!more) return false;
     // A block without an end-of-block code could never end.
     if (lens_[256] == 0 || zemsInflateBuildHuffTable(lens_, n_lit_, n_dist_, &state_) != zemStatusOk)
         return step_ = Step::Error, true;
@@ -378,7 +386,9 @@ void Inflater::keep_history(Call& c) {
 InflateResult Inflater::run(const uint8_t*& in, size_t& in_len, uint8_t*& out, size_t& out_len) {
     Call c{in, in_len, out, out_len, out};
     InflateResult result = InflateResult::Ok;
-    if (!member_started_ && step_ != Step::Error) start_member(c);
+    // A gzip stream that has ended goes on only when another member's bytes come.
+    bool ended = step_ == Step::End && !c.in_len && bc_ < 8;
+    if (!member_started_ && step_ != Step::Error && !ended) start_member(c);
     for (bool go = true; go;) {
         switch (step_) {
             case Step::Header:
