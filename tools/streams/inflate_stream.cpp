@@ -13,46 +13,24 @@ namespace zem::stream {
 
 namespace {
 
-// Byte-table CRC-32, eight bytes per step. To be switched to zemsCRC32_8u once the library
-// exports it; the tables are computed by the compiler.
-struct CrcTables {
-    uint32_t t[8][256];
-};
-constexpr CrcTables make_crc_tables() {
-    CrcTables c{};
-    for (uint32_t i = 0; i < 256; ++i) {
-        uint32_t r = i;
-        for (int k = 0; k < 8; ++k) r = (r >> 1) ^ (0xEDB88320u & (0u - (r & 1)));
-        c.t[0][i] = r;
-    }
-    for (uint32_t i = 0; i < 256; ++i)
-        for (int k = 1; k < 8; ++k) c.t[k][i] = (c.t[k - 1][i] >> 8) ^ c.t[0][c.t[k - 1][i] & 0xff];
-    return c;
-}
-constexpr CrcTables kCrc = make_crc_tables();
-
 constexpr uint8_t kClenOrder[19] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
 constexpr size_t kWindow = 32768;
 // Each primitive call gets at most this much input and output, well inside its 32-bit lengths.
 constexpr size_t kMaxPiece = size_t(1) << 30;
 
-}  // namespace
-
+// The gzip trailer's CRC-32 continued over n bytes.
 uint32_t gzip_crc_update(uint32_t crc, const uint8_t* p, size_t n) {
-    uint32_t c = ~crc;
-    while (n >= 8) {
-        uint32_t lo, hi;
-        memcpy(&lo, p, 4);
-        memcpy(&hi, p + 4, 4);
-        lo ^= c;
-        c = kCrc.t[7][lo & 0xff] ^ kCrc.t[6][(lo >> 8) & 0xff] ^ kCrc.t[5][(lo >> 16) & 0xff] ^ kCrc.t[4][lo >> 24] ^
-            kCrc.t[3][hi & 0xff] ^ kCrc.t[2][(hi >> 8) & 0xff] ^ kCrc.t[1][(hi >> 16) & 0xff] ^ kCrc.t[0][hi >> 24];
-        p += 8;
-        n -= 8;
+    // zemsCRC32_8u takes and gives the finished checksum and refuses empty input.
+    while (n > 0) {
+        int32_t piece = (int32_t)(n < kMaxPiece ? n : kMaxPiece);
+        zemsCRC32_8u(p, piece, &crc);
+        p += piece;
+        n -= (size_t)piece;
     }
-    while (n--) c = (c >> 8) ^ kCrc.t[0][(c ^ *p++) & 0xff];
-    return ~c;
+    return crc;
 }
+
+}  // namespace
 
 struct Inflater::Call {
     const uint8_t* in;

@@ -21,9 +21,6 @@ enum class InflateResult {
     Truncated,    // one-shot only: the input ended inside the stream
 };
 
-// The gzip trailer's CRC-32 (the reflected polynomial 0xEDB88320) continued over n bytes.
-[[nodiscard]] uint32_t gzip_crc_update(uint32_t crc, const uint8_t* p, size_t n);
-
 // An incremental decoder: feed input, drain output. No allocation; the object carries the
 // library's state record and the history window (about 40 KiB).
 class Inflater {
