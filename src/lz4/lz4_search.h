@@ -177,13 +177,19 @@ EncodeResult encode_block(const EncodeJob& j) {
             }
         found:
             size_t mlen;
+            // Where the search resumes. Taken from the forward extension alone: backward
+            // extension moves the start and the length by the same amount, and keeping it out
+            // of this address shortens the chain that the next probes wait on.
+            const uint8_t* resume;
             if (H == History::External && in_dict) {
                 // A match from the dictionary stops at the dictionary's end.
                 const uint8_t* lim = ip + (src_pos - q);
                 if (lim > E - 13) lim = E - 13;
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
+                resume = ip + mlen;
             } else {
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, match_limit);
+                resume = ip + mlen;
                 if constexpr (kExtendBackwards) {
                     // Probes skip positions, so a match often starts a little before where it
                     // was found: take back the equal bytes that precede it (never past the
@@ -223,7 +229,7 @@ EncodeResult encode_block(const EncodeJob& j) {
             // still counts.
             const bool wild = !Bounded || size_t(oend - op) >= nlit + nlit / 255 + 40;
             op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
-            ip += mlen;
+            ip = resume;
             anchor = ip;
             if constexpr (Accel)
                 s = {0, 64 * uint64_t(accel) + 4, 6};
