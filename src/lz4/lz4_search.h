@@ -205,7 +205,7 @@ EncodeResult encode_block(const EncodeJob& j) {
                         // is the count of equal top bytes, cut to the room. This replaces a byte
                         // loop whose exit the branch predictor cannot know.
                         const uint64_t d = load64(ip - 8) ^ load64(cand - 8);
-                        const size_t eq = d != 0 ? size_t(_lzcnt_u64(d) >> 3) : 8;
+                        const size_t eq = size_t(_lzcnt_u64(d) >> 3);  // 8 for d == 0
                         back = eq < room ? eq : room;
                         more = back == 8;
                     }
