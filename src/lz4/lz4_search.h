@@ -125,6 +125,12 @@ EncodeResult encode_block(const EncodeJob& j) {
                 if constexpr (H == History::None && sizeof(Entry) == 2) {
                     cand = base + q;
                     return load32(cand) == word;
+                } else if constexpr (H == History::None) {
+                    // The table was cleared for this call, so q is an earlier position of this
+                    // input and its bytes are readable whatever the distance: reading them
+                    // unconditionally leaves one branch per probe instead of two.
+                    cand = base + q;
+                    return (load32(cand) == word) & (uint32_t(pos - q - 1) < kMaxOffset);
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
@@ -171,23 +177,43 @@ EncodeResult encode_block(const EncodeJob& j) {
             }
         found:
             size_t mlen;
+            // Where the search resumes. Taken from the forward extension alone: backward
+            // extension moves the start and the length by the same amount, and keeping it out
+            // of this address shortens the chain that the next probes wait on.
+            const uint8_t* resume;
             if (H == History::External && in_dict) {
                 // A match from the dictionary stops at the dictionary's end.
                 const uint8_t* lim = ip + (src_pos - q);
                 if (lim > E - 13) lim = E - 13;
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
+                resume = ip + mlen;
             } else {
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, match_limit);
+                resume = ip + mlen;
                 if constexpr (kExtendBackwards) {
                     // Probes skip positions, so a match often starts a little before where it
                     // was found: take back the equal bytes that precede it (never past the
                     // literals' start or the history's).
                     const uint8_t* const lowest = H == History::External ? src : base;
-                    while (ip > anchor && cand > lowest && ip[-1] == cand[-1]) {
-                        --ip;
-                        --cand;
-                        ++mlen;
+                    const size_t room = size_t(ip - anchor) < size_t(cand - lowest) ? size_t(ip - anchor)
+                                                                                      : size_t(cand - lowest);
+                    size_t back = 0;
+                    bool more = true;
+                    if (ZEM_LIKELY(cand - lowest >= 8)) {
+                        // The eight bytes before both, compared at once (bytes before the
+                        // literals' start are still input, so they may be read): the equal run
+                        // is the count of equal top bytes, cut to the room. This replaces a byte
+                        // loop whose exit the branch predictor cannot know.
+                        const uint64_t d = load64(ip - 8) ^ load64(cand - 8);
+                        const size_t eq = size_t(_lzcnt_u64(d) >> 3);  // 8 for d == 0
+                        back = eq < room ? eq : room;
+                        more = back == 8;
                     }
+                    if (ZEM_UNLIKELY(more))
+                        while (back < room && ip[-1 - ptrdiff_t(back)] == cand[-1 - ptrdiff_t(back)]) ++back;
+                    ip -= back;
+                    cand -= back;
+                    mlen += back;
                     pos = uint32_t(ip - base);
                     q = uint32_t(cand - base);
                 }
@@ -203,7 +229,7 @@ EncodeResult encode_block(const EncodeJob& j) {
             // still counts.
             const bool wild = !Bounded || size_t(oend - op) >= nlit + nlit / 255 + 40;
             op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
-            ip += mlen;
+            ip = resume;
             anchor = ip;
             if constexpr (Accel)
                 s = {0, 64 * uint64_t(accel) + 4, 6};
