@@ -44,7 +44,7 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     memcpy(&v, p, 8);
     return v;
 }
-ZEM_INLINE void store64(uint8_t* p, uint64_t v) { memcpy(p, &v, 8); }
+
 // BZHI keeps every bit for n of 64 or more.
 ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
@@ -471,7 +471,9 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
 }
 
 // The fast loop on the decoder's own tables: the same steps as the loop above, each entry
-// used as it comes from the table.
+// used as it comes from the table. The general layout's widths are constants, which leaves
+// two more registers to the loop.
+template <bool kGeneral>
 ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t* in_end, uint8_t* out_end,
                                uint8_t* hist, const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
     const uint8_t* in = f.in;
@@ -480,9 +482,12 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     // Only the low 6 bits of bc count: whole entries are subtracted from it, flags and all. It
     // stays between 8 and 63 here, so those bits are exact.
     uint64_t bc = f.bc;
+    // One base register for both tables.
     const uint32_t* const lit = ft.lit;
-    const uint32_t* const dtab = ft.dist;
-    const uint64_t lit_mask = ft.lit_mask, dist_mask = ft.dist_mask;
+    const uint32_t* const dtab = ft.lit + kFastLitEntries;
+    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
+    const uint64_t lit_mask = kGeneral ? kRootSize - 1 : ft.lit_mask;
+    const uint64_t dist_mask = kGeneral ? kRootSize - 1 : ft.dist_mask;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
     auto safe_refills = [&] {
@@ -596,7 +601,7 @@ ZEM_NOINLINE int fast_own(const T& tab, FastState& f, const uint8_t* in_end, uin
                           const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
     FastTables ft;
     fast_tables(tab, ft);
-    return fast_loop_own(ft, f, in_end, out_end, hist, win, win_size, win_idx);
+    return fast_loop_own<T::kHasSub>(ft, f, in_end, out_end, hist, win, win_size, win_idx);
 }
 
 template <class T>
