@@ -216,7 +216,13 @@ constexpr uint32_t kFastSpecial = 0x40;
 constexpr uint32_t kFastLiteral = 0x80;
 constexpr uint32_t kFastSub = 0x1000;
 constexpr uint32_t kFastEob = 0x2000;
-constexpr uint32_t kFastLitEntries = 2048;  // the compact layout's widest table
+// The general layout's rewritten literal/length root is 11 bits wide, one more than the record's:
+// codes of 11 bits, frequent in long blocks, then need no second lookup. Its second-level tables
+// follow it, with room for any position and width that a root entry can name.
+constexpr uint32_t kFastRootBits = 11;
+constexpr uint32_t kFastRootSize = 1u << kFastRootBits;
+constexpr uint32_t kFastLitEntries = kFastRootSize + 2 * 255 + 128 + 2;  // a multiple of 8
+static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit);
 
 struct alignas(32) FastTables {
     uint32_t lit[kFastLitEntries];
@@ -280,12 +286,35 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
         __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4);
         if (i < kRootSize) {
             __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
-            sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kRootSize)), 16));
+            sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
             e = pick(e, _mm256_cmpeq_epi32(kind, v8(kKindSubTable >> 4)), sub);
         }
-        _mm256_store_si256((__m256i*)(ft.lit + i), e);
+        _mm256_store_si256((__m256i*)(ft.lit + (i < kRootSize ? i : i - kRootSize + kFastRootSize)), e);
     }
-    for (uint32_t i = kLitEntries; i < kFastLitEntries; i += 8) _mm256_store_si256((__m256i*)(ft.lit + i), v8(kFastSpecial));
+    for (uint32_t i = kFastRootSize + kLitEntries - kRootSize; i < kFastLitEntries; i += 8)
+        _mm256_store_si256((__m256i*)(ft.lit + i), v8(kFastSpecial));
+    // The upper half of the root first: it copies the lower half as the record's 10 bits see it.
+    for (uint32_t half = 2; half-- > 0;)
+        for (uint32_t i = 0; i < kRootSize; i += 8) {
+            const __m256i r = _mm256_load_si256((const __m256i*)(ft.lit + i));
+            const __m256i is_sub = _mm256_cmpeq_epi32(_mm256_and_si256(r, v8(kFastSpecial | kFastSub)),
+                                                      v8(kFastSpecial | kFastSub));
+            __m256i e = r;
+            if (!_mm256_testz_si256(is_sub, is_sub)) {
+                __m256i idx = _mm256_add_epi32(_mm256_srli_epi32(r, 16), _mm256_min_epu32(_mm256_and_si256(r, v8(15)), v8(half)));
+                __m256i s = _mm256_mask_i32gather_epi32(r, (const int*)ft.lit, idx, is_sub, 4);
+                // The code length: where the extra bits begin for a length, the bits consumed
+                // for a literal or the end of block; references and malformed entries stay.
+                __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
+                __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, 8), plain), v8(15));
+                __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
+                ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
+                                                           v8(kFastSpecial | kFastEob)));
+                ok = _mm256_and_si256(_mm256_and_si256(ok, is_sub), _mm256_cmpgt_epi32(v8(kFastRootBits + 1), len));
+                e = pick(r, ok, s);
+            }
+            _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), e);
+        }
     for (uint32_t i = 0; i < kDistEntries; i += 8) {
         __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
         __m256i e = dist_entries(t, d);
@@ -300,7 +329,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
         }
         _mm256_store_si256((__m256i*)(ft.dist + i), e);
     }
-    ft.lit_mask = kRootSize - 1;
+    ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
 }
 
@@ -486,7 +515,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     const uint32_t* const lit = ft.lit;
     const uint32_t* const dtab = ft.lit + kFastLitEntries;
     static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
-    const uint64_t lit_mask = kGeneral ? kRootSize - 1 : ft.lit_mask;
+    const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
     const uint64_t dist_mask = kGeneral ? kRootSize - 1 : ft.dist_mask;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
