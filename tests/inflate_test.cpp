@@ -664,3 +664,22 @@ TEST(InflateDecode, LongCallsAgreeWithShortOnesOnAnyBody) {
         EXPECT_EQ(Bytes(a.begin(), a.begin() + ptrdiff_t(n)), Bytes(b.begin(), b.begin() + ptrdiff_t(n))) << seed;
     }
 }
+
+TEST(InflateDecode, DistanceReferencesOutsideTheTableAreMalformed) {
+    // A general-layout record whose distance root refers far past its second-level tables (no
+    // builder makes one): every call size refuses the first match instead of reading there.
+    auto lit = random_code(286, range(0, 286), 13, 41), dist = random_code(30, range(0, 30), 12, 42);
+    Block b = make_block(lit, dist, {}, 3000, 43);
+    zemInflateState st = build_state(lit, dist);
+    ASSERT_EQ(st.tableKind, 1u);
+    auto* g = zem::inflate::general(&st);
+    for (uint32_t i = 0; i < zem::inflate::kRootSize; ++i) {
+        g->dist_tag[i] = uint8_t(zem::inflate::kDistSubTable | (1 + i % 5));
+        g->dist_val[i] = uint16_t(i % 2 ? 0xFFFF : zem::inflate::kDistEntries - 1);
+    }
+    for (uint32_t piece : {0u, 3u}) {
+        zemStatus s = 0;
+        decode_body(st, b.body, b.expect.size(), piece, piece, &s);
+        EXPECT_EQ(s, zemStatusBadData) << piece;
+    }
+}

@@ -109,7 +109,9 @@ struct GeneralTablesView {
         uint32_t tag = g->dist_tag[i];
         dist = g->dist_val[i];
         if (ZEM_UNLIKELY(tag > kDistTagMax)) {
-            if (tag - kDistSubTable - 1 >= 5 || dist < kRootSize) return 0xFF;
+            // A reference leads to a table that lies wholly inside the distance part.
+            if (tag - kDistSubTable - 1 >= 5 || dist < kRootSize || dist + (1u << (tag & 7)) > kDistEntries)
+                return 0xFF;
             size_t j = dist + low_bits(bb >> kRootBits, tag & 7);
             tag = g->dist_tag[j];
             dist = g->dist_val[j];
