@@ -384,7 +384,7 @@ Bytes decode_body(zemInflateState& st, const Bytes& body, size_t cap, uint32_t p
             else EXPECT_EQ(s, zemStatusOk);
             break;
         }
-        if (!piece && in_left == 0) break;
+        if (in_left == 0 && (!piece || (out_n && dst == dst0))) break;  // nothing more will come
     }
     out.resize(produced);
     return out;
@@ -520,6 +520,14 @@ TEST(InflateDecode, OneCodeAlphabetsAndTheUnusedSymbols) {
         Bytes ones(8, 0xff);
         src = ones.data(), n = 8, code = 0, bits = 0, mode = 1;
         EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &room, 0, &mode, &st), zemStatusBadData);
+        // The same with input and room for the widest loop: refused where it stands, nothing
+        // written for the code that is none.
+        Bytes many(5000, 0xff), big(70000, 0x11);
+        src = many.data(), n = 5000, code = 0, bits = 0, mode = 1, dst = big.data();
+        uint32_t big_room = uint32_t(big.size());
+        EXPECT_EQ(zemsInflate_8u(&src, &n, &code, &bits, 0, &dst, &big_room, 0, &mode, &st), zemStatusBadData);
+        EXPECT_EQ(dst, big.data());
+        EXPECT_EQ(big[0], 0x11);
     }
     // Symbols 286 and 287 decode as the literal 0 in the compact layout.
     std::vector<uint16_t> lit288(288, 0);
@@ -632,5 +640,46 @@ TEST(InflateDecode, OutputAtAGuardPageAndRandomBodies) {
         src = junk.data(), dst = small.data(), n = uint32_t(junk.size()), room = 700, code = 0, bits = 0, mode = 0;
         (void)zemsInflate_8u(&src, &n, &code, &bits, seed % 3 == 0 ? 7 : 0, &dst, &room, 0, &mode, &s2);
         EXPECT_LE(bits, 32u);
+    }
+}
+
+TEST(InflateDecode, LongCallsAgreeWithShortOnesOnAnyBody) {
+    // Junk bodies decode to something until they fail: a call with room for the widest loop and
+    // calls of a few bytes each must agree on the status and on every byte written before it.
+    const Bytes win = window_bytes();
+    for (uint64_t seed = 0; seed < 24; ++seed) {
+        Bytes junk = zt::random_bytes(3000 + seed * 100, 100 + seed);
+        zemInflateState st = build_state(random_code(286, range(0, 286), 9 + seed % 7, seed),
+                                         random_code(30, range(0, 30), 5 + seed % 11, seed));
+        if (seed % 4 == 0) st.tableKind = 0;
+        if (seed % 2) {
+            st.window = const_cast<uint8_t*>(win.data());
+            st.windowSize = uint32_t(win.size());
+        }
+        zemStatus whole = 1, small = 1;
+        Bytes a = decode_body(st, junk, 200000, 0, seed, &whole);
+        Bytes b = decode_body(st, junk, 200000, 7, seed, &small);
+        EXPECT_EQ(whole, small) << seed;
+        size_t n = std::min(a.size(), b.size());
+        EXPECT_EQ(Bytes(a.begin(), a.begin() + ptrdiff_t(n)), Bytes(b.begin(), b.begin() + ptrdiff_t(n))) << seed;
+    }
+}
+
+TEST(InflateDecode, DistanceReferencesOutsideTheTableAreMalformed) {
+    // A general-layout record whose distance root refers far past its second-level tables (no
+    // builder makes one): every call size refuses the first match instead of reading there.
+    auto lit = random_code(286, range(0, 286), 13, 41), dist = random_code(30, range(0, 30), 12, 42);
+    Block b = make_block(lit, dist, {}, 3000, 43);
+    zemInflateState st = build_state(lit, dist);
+    ASSERT_EQ(st.tableKind, 1u);
+    auto* g = zem::inflate::general(&st);
+    for (uint32_t i = 0; i < zem::inflate::kRootSize; ++i) {
+        g->dist_tag[i] = uint8_t(zem::inflate::kDistSubTable | (1 + i % 5));
+        g->dist_val[i] = uint16_t(i % 2 ? 0xFFFF : zem::inflate::kDistEntries - 1);
+    }
+    for (uint32_t piece : {0u, 3u}) {
+        zemStatus s = 0;
+        decode_body(st, b.body, b.expect.size(), piece, piece, &s);
+        EXPECT_EQ(s, zemStatusBadData) << piece;
     }
 }

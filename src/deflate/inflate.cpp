@@ -31,6 +31,10 @@ constexpr size_t kMaxMatch = 289;
 // copy slack.
 constexpr size_t kFastMinInput = 32;
 constexpr size_t kFastMinRoom = 320;
+// A call that can decode this much rewrites the tables first (about as much work as decoding
+// a few hundred bytes).
+constexpr size_t kOwnTablesMinInput = 1024;
+constexpr size_t kOwnTablesMinRoom = 4096;
 // A code of the longest length that any table can hold; an entry that the held bits cannot
 // trust is treated as needing this many.
 constexpr uint32_t kMaxCodeBits = 15;
@@ -40,7 +44,7 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     memcpy(&v, p, 8);
     return v;
 }
-ZEM_INLINE void store64(uint8_t* p, uint64_t v) { memcpy(p, &v, 8); }
+
 // BZHI keeps every bit for n of 64 or more.
 ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
@@ -105,7 +109,9 @@ struct GeneralTablesView {
         uint32_t tag = g->dist_tag[i];
         dist = g->dist_val[i];
         if (ZEM_UNLIKELY(tag > kDistTagMax)) {
-            if (tag - kDistSubTable - 1 >= 5 || dist < kRootSize) return 0xFF;
+            // A reference leads to a table that lies wholly inside the distance part.
+            if (tag - kDistSubTable - 1 >= 5 || dist < kRootSize || dist + (1u << (tag & 7)) > kDistEntries)
+                return 0xFF;
             size_t j = dist + low_bits(bb >> kRootBits, tag & 7);
             tag = g->dist_tag[j];
             dist = g->dist_val[j];
@@ -190,6 +196,143 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
     mem::copy_small(win + pos, out, first);
     mem::copy_small(win, out + first, k - first);
     if (n > k) copy_exact(out + k, dist, n - k);
+}
+
+// ---- the decoder's own tables for long calls ----
+//
+// The record's entries spread a symbol over two planes (general) or pack the bits consumed
+// with the kind (both), so a length or distance costs a few operations to take apart on the
+// chain from one lookup to the next. A call with much to decode first rewrites the record's
+// tables into 32-bit entries that the fast loop uses as they are:
+//   bits 0-5    bits the lookup consumes, code and extra bits together (shifts take their
+//               count modulo 64, so the flag bits above ride along unused)
+//   bit 6       not a literal or length: end of block, second-level reference or malformed
+//   bit 7       a literal
+//   bits 8-11   the code length, where the extra bits begin
+//   bit 12      a second-level reference (bits 0-3 its width, bits 16-31 its position)
+//   bit 13      the end of block
+//   bits 16-31  the literal byte, the length, the distance
+// Second-level entries are never references again, and anything that the record's decoder
+// would refuse becomes bit 6 alone.
+constexpr uint32_t kFastSpecial = 0x40;
+constexpr uint32_t kFastLiteral = 0x80;
+constexpr uint32_t kFastSub = 0x1000;
+constexpr uint32_t kFastEob = 0x2000;
+// The general layout's rewritten literal/length root is 11 bits wide, one more than the record's:
+// codes of 11 bits, frequent in long blocks, then need no second lookup. Its second-level tables
+// follow it, with room for any position and width that a root entry can name.
+constexpr uint32_t kFastRootBits = 11;
+constexpr uint32_t kFastRootSize = 1u << kFastRootBits;
+constexpr uint32_t kFastLitEntries = kFastRootSize + 2 * 255 + 128 + 2;  // a multiple of 8
+static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit);
+
+struct alignas(32) FastTables {
+    uint32_t lit[kFastLitEntries];
+    uint32_t dist[kDistEntries];
+    uint32_t lit_mask, dist_mask;
+};
+
+ZEM_INLINE __m256i v8(uint32_t x) { return _mm256_set1_epi32(int(x)); }
+ZEM_INLINE __m256i bytes8(const uint8_t* p) { return _mm256_cvtepu8_epi32(_mm_loadl_epi64((const __m128i*)p)); }
+ZEM_INLINE __m256i words8(const uint16_t* p) { return _mm256_cvtepu16_epi32(_mm_loadu_si128((const __m128i*)p)); }
+// Lanes with lo <= x <= hi (x is at most 16 bits).
+ZEM_INLINE __m256i in_range(__m256i x, uint32_t lo, uint32_t hi) {
+    return _mm256_and_si256(_mm256_cmpgt_epi32(x, v8(lo - 1)), _mm256_cmpgt_epi32(v8(hi + 1), x));
+}
+ZEM_INLINE __m256i pick(__m256i acc, __m256i mask, __m256i e) { return _mm256_blendv_epi8(acc, e, mask); }
+
+// A literal/length entry from code length n, kind (0 literal, 8 + e length, eob_kind the end of
+// block) and value v, eight at a time.
+ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_kind) {
+    const __m256i v16 = _mm256_slli_epi32(v, 16);
+    __m256i e = v8(kFastSpecial);
+    __m256i lit = _mm256_or_si256(_mm256_or_si256(n, v8(kFastLiteral)), v16);
+    e = pick(e, _mm256_andnot_si256(_mm256_cmpeq_epi32(n, _mm256_setzero_si256()),
+                                    _mm256_cmpeq_epi32(kind, _mm256_setzero_si256())),
+             lit);
+    __m256i len = _mm256_or_si256(_mm256_add_epi32(n, _mm256_sub_epi32(kind, v8(8))), _mm256_slli_epi32(n, 8));
+    len = _mm256_or_si256(len, _mm256_add_epi32(v16, v8(3u << 16)));
+    e = pick(e, in_range(kind, 8, 13), len);
+    e = pick(e, _mm256_cmpeq_epi32(kind, v8(eob_kind)), _mm256_or_si256(n, v8(kFastSpecial | kFastEob)));
+    return e;
+}
+
+// A distance entry from its byte ((extra << 4) | code length) and its distance, eight at a time.
+ZEM_INLINE __m256i dist_entries(__m256i t, __m256i d) {
+    __m256i n = _mm256_and_si256(t, v8(15));
+    __m256i e = _mm256_or_si256(_mm256_add_epi32(n, _mm256_srli_epi32(t, 4)), _mm256_slli_epi32(n, 8));
+    e = _mm256_or_si256(e, _mm256_slli_epi32(d, 16));
+    return pick(v8(kFastSpecial), _mm256_cmpgt_epi32(v8(kDistTagMax + 1), t), e);
+}
+
+void fast_tables(const CompactTables& c, FastTables& ft) {
+    // Whole groups of eight: past a narrow table they read other bytes of the record and fill
+    // entries that the masks never reach.
+    for (uint32_t i = 0; i <= c.lit_mask; i += 8) {
+        __m256i w = words8(c.lit + i);
+        __m256i e = lit_entries(_mm256_and_si256(w, v8(15)), _mm256_and_si256(_mm256_srli_epi32(w, 4), v8(15)),
+                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4);
+        _mm256_store_si256((__m256i*)(ft.lit + i), e);
+    }
+    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
+        _mm256_store_si256((__m256i*)(ft.dist + i), dist_entries(bytes8(c.dist_kind + i), words8(c.dist_base + i)));
+    ft.lit_mask = c.lit_mask;
+    ft.dist_mask = c.dist_mask;
+}
+
+void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
+    const GeneralTables& g = *gv.g;
+    for (uint32_t i = 0; i < kLitEntries; i += 8) {
+        __m256i t = bytes8(g.lit_tag + i), v = bytes8(g.lit_val + i);
+        __m256i kind = _mm256_srli_epi32(t, 4);
+        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4);
+        if (i < kRootSize) {
+            __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
+            sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
+            e = pick(e, _mm256_cmpeq_epi32(kind, v8(kKindSubTable >> 4)), sub);
+        }
+        _mm256_store_si256((__m256i*)(ft.lit + (i < kRootSize ? i : i - kRootSize + kFastRootSize)), e);
+    }
+    for (uint32_t i = kFastRootSize + kLitEntries - kRootSize; i < kFastLitEntries; i += 8)
+        _mm256_store_si256((__m256i*)(ft.lit + i), v8(kFastSpecial));
+    // The upper half of the root first: it copies the lower half as the record's 10 bits see it.
+    for (uint32_t half = 2; half-- > 0;)
+        for (uint32_t i = 0; i < kRootSize; i += 8) {
+            const __m256i r = _mm256_load_si256((const __m256i*)(ft.lit + i));
+            const __m256i is_sub = _mm256_cmpeq_epi32(_mm256_and_si256(r, v8(kFastSpecial | kFastSub)),
+                                                      v8(kFastSpecial | kFastSub));
+            __m256i e = r;
+            if (!_mm256_testz_si256(is_sub, is_sub)) {
+                __m256i idx = _mm256_add_epi32(_mm256_srli_epi32(r, 16), _mm256_min_epu32(_mm256_and_si256(r, v8(15)), v8(half)));
+                __m256i s = _mm256_mask_i32gather_epi32(r, (const int*)ft.lit, idx, is_sub, 4);
+                // The code length: where the extra bits begin for a length, the bits consumed
+                // for a literal or the end of block; references and malformed entries stay.
+                __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
+                __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, 8), plain), v8(15));
+                __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
+                ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
+                                                           v8(kFastSpecial | kFastEob)));
+                ok = _mm256_and_si256(_mm256_and_si256(ok, is_sub), _mm256_cmpgt_epi32(v8(kFastRootBits + 1), len));
+                e = pick(r, ok, s);
+            }
+            _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), e);
+        }
+    for (uint32_t i = 0; i < kDistEntries; i += 8) {
+        __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
+        __m256i e = dist_entries(t, d);
+        if (i < kRootSize) {
+            // A reference must lead to a table that lies wholly inside the distance part.
+            __m256i w = _mm256_and_si256(t, v8(7));
+            __m256i ok = _mm256_and_si256(in_range(t, kDistSubTable + 1, kDistSubTable + 5), in_range(d, kRootSize, kDistEntries));
+            __m256i end = _mm256_add_epi32(d, _mm256_sllv_epi32(v8(1), w));
+            ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(kDistEntries + 1), end));
+            __m256i sub = _mm256_or_si256(_mm256_or_si256(w, v8(kFastSpecial | kFastSub)), _mm256_slli_epi32(d, 16));
+            e = pick(e, ok, sub);
+        }
+        _mm256_store_si256((__m256i*)(ft.dist + i), e);
+    }
+    ft.lit_mask = kFastRootSize - 1;
+    ft.dist_mask = kRootSize - 1;
 }
 
 // ---- the fast loop ----
@@ -358,6 +501,140 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     return why;
 }
 
+// The fast loop on the decoder's own tables: the same steps as the loop above, each entry
+// used as it comes from the table. The general layout's widths are constants, which leaves
+// two more registers to the loop.
+template <bool kGeneral>
+ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t* in_end, uint8_t* out_end,
+                               uint8_t* hist, const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
+    const uint8_t* in = f.in;
+    uint8_t* out = f.out;
+    uint64_t bb = f.bb;
+    // Only the low 6 bits of bc count: whole entries are subtracted from it, flags and all. It
+    // stays between 8 and 63 here, so those bits are exact.
+    uint64_t bc = f.bc;
+    // One base register for both tables.
+    const uint32_t* const lit = ft.lit;
+    const uint32_t* const dtab = ft.lit + kFastLitEntries;
+    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
+    const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
+    const uint64_t dist_mask = kGeneral ? kRootSize - 1 : ft.dist_mask;
+    const uint8_t* const in_stop = in_end - kFastMinInput;
+    uint8_t* const out_stop = out_end - kFastMinRoom;
+    auto safe_refills = [&] {
+        size_t by_in = in < in_stop ? size_t(in_stop - in) / 8 : 0;
+        size_t by_out = out < out_stop ? size_t(out_stop - out) / kMaxMatch : 0;
+        return by_in < by_out ? by_in : by_out;
+    };
+    size_t budget = safe_refills();
+    if (!budget) return kFastGoOn;
+    int why = kFastGoOn;
+#define ZEM_REFILL()                       \
+    do {                                   \
+        bb |= load64(in) << (bc & 63);     \
+        in += (~bc & 63) >> 3;             \
+        bc |= 56;                          \
+    } while (0)
+#define ZEM_LOOKUP() e = lit[bb & lit_mask]
+#define ZEM_LITERAL()                    \
+    do {                                 \
+        bb >>= (e & 63);                 \
+        bc -= e;                         \
+        *out++ = uint8_t(e >> 16);       \
+    } while (0)
+    ZEM_REFILL();
+    uint32_t e;
+    ZEM_LOOKUP();
+    for (;;) {
+        if (e & kFastLiteral) {
+            ZEM_LITERAL();
+            ZEM_LOOKUP();
+            if (e & kFastLiteral) {
+                ZEM_LITERAL();
+                ZEM_LOOKUP();
+                if (e & kFastLiteral) {
+                    ZEM_LITERAL();
+                    if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+                    ZEM_LOOKUP();
+                    ZEM_REFILL();
+                    continue;
+                }
+            }
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+            ZEM_REFILL();
+        }
+        if (ZEM_UNLIKELY(e & kFastSpecial)) {
+            if (e & kFastSub) {
+                e = lit[(e >> 16) + _bzhi_u64(bb >> kRootBits, e & 15)];
+                continue;
+            }
+            if (e & kFastEob) {
+                bb >>= (e & 63);
+                bc -= e;
+                why = kFastEnd;
+            } else {
+                why = kFastBad;
+            }
+            break;
+        }
+        // Code and extra bits leave the buffer in one shift; the extra bits are taken from the
+        // bits as they were.
+        uint64_t saved = bb;
+        bb >>= (e & 63);
+        bc -= e;
+        uint32_t de = dtab[bb & dist_mask];
+        uint32_t mlen = (e >> 16) + uint32_t(_bzhi_u64(saved, e) >> ((e >> 8) & 63));
+        if (ZEM_UNLIKELY(de & kFastSpecial)) {
+            if (de & kFastSub) de = dtab[(de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15)];
+            if (de & kFastSpecial) {
+                why = kFastBad;
+                break;
+            }
+        }
+        saved = bb;
+        bb >>= (de & 63);
+        bc -= de;
+        uint32_t d = (de >> 16) + uint32_t(_bzhi_u64(saved, de) >> ((de >> 8) & 63));
+        if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
+            uint8_t* const dst = out;
+            out += mlen;
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) {
+                copy_wide(dst, d, mlen);
+                break;
+            }
+            ZEM_LOOKUP();
+            ZEM_REFILL();
+            copy_wide(dst, d, mlen);
+            continue;
+        }
+        if (!far_copy(out, hist, d, mlen, win, win_size, win_idx)) {
+            why = kFastBad;
+            break;
+        }
+        out += mlen;
+        if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+        ZEM_LOOKUP();
+        ZEM_REFILL();
+    }
+#undef ZEM_REFILL
+#undef ZEM_LOOKUP
+#undef ZEM_LITERAL
+    f.in = in;
+    f.bc = uint32_t(bc & 63);
+    f.bb = bb;
+    f.out = out;
+    return why;
+}
+
+// Rewrites the tables and runs the loop above: worth it only when much is to be decoded.
+template <class T>
+ZEM_NOINLINE int fast_own(const T& tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
+                          const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
+    FastTables ft;
+    fast_tables(tab, ft);
+    return fast_loop_own<T::kHasSub>(ft, f, in_end, out_end, hist, win, win_size, win_idx);
+}
+
 template <class T>
 ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_len, uint32_t* p_code, uint32_t* p_bits,
                          uint32_t win_idx, uint8_t** pp_dst, uint32_t* p_dst_len, uint32_t dst_idx, uint32_t* p_mode,
@@ -468,7 +745,9 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
 
             if (in_end - in >= (ptrdiff_t)kFastMinInput && out_end - out >= (ptrdiff_t)kFastMinRoom) {
                 FastState f{in, out, bb, bc};
-                int r = fast_loop(tab, f, in_end, out_end, hist, win, win_size, win_idx);
+                int r = in_end - in >= (ptrdiff_t)kOwnTablesMinInput && out_end - out >= (ptrdiff_t)kOwnTablesMinRoom
+                            ? fast_own(tab, f, in_end, out_end, hist, win, win_size, win_idx)
+                            : fast_loop(tab, f, in_end, out_end, hist, win, win_size, win_idx);
                 in = f.in;
                 out = f.out;
                 bb = f.bb;
