@@ -358,8 +358,29 @@ ZEM_INLINE void decode_coded(R& rd, const Head& h, uint64_t plane[32], int& e, i
     used = budget - bits;
 }
 
+template <class T>
+ZEM_INLINE T get_field(const void* state, size_t off) {
+    T v;
+    memcpy(&v, (const uint8_t*)state + off, sizeof v);
+    return v;
+}
+template <class T>
+ZEM_INLINE void set_field(void* state, size_t off, T v) {
+    memcpy((uint8_t*)state + off, &v, sizeof v);
+}
+
 zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
-    Head h = load_head(state);
+    // Field by field: a copy of the whole head goes through vector registers and the stack.
+    Head h;
+    h.minBits = get_field<int32_t>(state, offsetof(Head, minBits));
+    h.maxBits = get_field<int32_t>(state, offsetof(Head, maxBits));
+    h.maxPrec = get_field<int32_t>(state, offsetof(Head, maxPrec));
+    h.minExp = get_field<int32_t>(state, offsetof(Head, minExp));
+    h.bitCount = get_field<int32_t>(state, offsetof(Head, bitCount));
+    h.bitBuffer = get_field<uint64_t>(state, offsetof(Head, bitBuffer));
+    h.pCur = get_field<uintptr_t>(state, offsetof(Head, pCur));
+    h.pStart = get_field<uintptr_t>(state, offsetof(Head, pStart));
+    h.pEnd = get_field<uintptr_t>(state, offsetof(Head, pEnd));
     unsigned held = h.bitCount < 0 ? 0 : h.bitCount > 64 ? 64 : (unsigned)h.bitCount;
     Reader rd{h.bitBuffer, held, h.pCur, h.pEnd, false};
     uint8_t* dst = (uint8_t*)dstf;
@@ -409,10 +430,9 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
             inverse_transform(seq, e, dst, step, planeStep);
         }
     }
-    h.bitBuffer = rd.fail ? 0 : rd.acc;
-    h.bitCount = rd.fail ? 0 : (int32_t)rd.cnt;
-    h.pCur = rd.p;
-    store_head(state, h);
+    set_field<uint64_t>(state, offsetof(Head, bitBuffer), rd.fail ? 0 : rd.acc);
+    set_field<int32_t>(state, offsetof(Head, bitCount), rd.fail ? 0 : (int32_t)rd.cnt);
+    set_field<uintptr_t>(state, offsetof(Head, pCur), rd.p);
     return (rd.fail || !ok) ? zemStatusStreamEnd : zemStatusOk;
 }
 
