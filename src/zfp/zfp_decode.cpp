@@ -5,8 +5,8 @@
 // a bit-at-a-time reader and the size queries report the bytes really fetched; away from the
 // end a reader by bit position does the work and that state is rebuilt afterwards. The plane
 // coder consumes a run, and sees the group test behind it, with one load and one bit scan; the
-// planes then become coefficients through 8x8 bit
-// transposes of all 64 at once, and the inverse transform runs on eight vectors.
+// planes then become coefficients through 8x8 bit transposes of all 64 at once, and the inverse
+// transform runs on eight vectors.
 #include "zfp/zfp_internal.h"
 
 namespace zem::zfp {
