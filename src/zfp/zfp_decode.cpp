@@ -3,9 +3,10 @@
 // Bits are fetched lazily, a whole word at a time while eight bytes remain and single bytes in
 // the last few, so that the record after each block (position, pending bits) is exactly that of
 // a bit-at-a-time reader and the size queries report the bytes really fetched; away from the
-// end a buffered reader does the work and that state is rebuilt afterwards. The plane coder
-// consumes a run with one bit scan; the planes then become coefficients through 8x8 bit
-// transposes of all 64 at once, and the inverse transform runs on eight vectors.
+// end a reader by bit position does the work and that state is rebuilt afterwards. The plane
+// coder consumes a run, and sees the group test behind it, with one load and one bit scan; the
+// planes then become coefficients through 8x8 bit transposes of all 64 at once, and the inverse
+// transform runs on eight vectors.
 #include "zfp/zfp_internal.h"
 
 namespace zem::zfp {
@@ -104,51 +105,49 @@ struct Reader {
     }
 };
 
-// Away from the end of the input: at least 56 bits are always buffered, refilled with one
-// unaligned load and no end test. The block's bits (at most 2217) and the load's look-ahead
-// stay well inside kFastRoom; afterwards the lazy reader's state is rebuilt from the number of
-// bits consumed.
+// Away from the end of the input the stream is read by bit position: any 57 bits from there are
+// one unaligned load, so the reader carries no buffer between reads and no end test. The block's
+// bits (at most 2217) and the load's look-ahead stay well inside kFastRoom; afterwards the lazy
+// reader's state is rebuilt from the number of bits consumed.
 inline constexpr intptr_t kFastRoom = 512;
 
-struct FastReader {
+struct PosReader {
     static constexpr bool kFast = true;
-    uint64_t acc;  // stream bits from the read position; only the low cnt are sure
+    uintptr_t base;
+    uint64_t at;   // stream bit position from base
+    uint64_t acc;  // for the generic run scan: the bits at `at` after ensure(), cnt of them sure
     unsigned cnt;
-    uintptr_t p;  // the byte holding stream bit (position + cnt)
 
-    // Unconditional: with cnt already at 56 or more it reloads bits it holds and moves nothing,
-    // which is cheaper than a branch that follows the data. cnt stays below 64 throughout.
+    // 57 or more stream bits from the read position.
+    ZEM_INLINE uint64_t peek() const { return load_le64(base + (at >> 3)) >> (at & 7); }
     ZEM_INLINE void ensure() {
-        acc |= load_le64(p) << cnt;
-        p += (63 - cnt) >> 3;
-        cnt |= 56;
+        acc = peek();
+        cnt = 57;
     }
-    ZEM_INLINE void drop(unsigned n) {  // n <= cnt < 64
+    ZEM_INLINE void drop(unsigned n) {  // n <= cnt
         acc >>= n;
         cnt -= n;
+        at += n;
     }
     ZEM_INLINE unsigned bit() {
-        ensure();
-        unsigned b = (unsigned)acc & 1;
-        drop(1);
+        unsigned b = (unsigned)peek() & 1;
+        at += 1;
         return b;
     }
-    ZEM_INLINE uint64_t read(unsigned m) {
-        ensure();
-        if (ZEM_LIKELY(m <= 56)) {
-            uint64_t v = _bzhi_u64(acc, m);
-            drop(m);
-            return v;
+    ZEM_INLINE uint64_t read(unsigned m) {  // m <= 64
+        uint64_t v;
+        if (ZEM_LIKELY(m <= 57)) {
+            v = _bzhi_u64(peek(), m);
+        } else {
+            v = peek() & 0xffffffffull;
+            at += 32;
+            v |= _bzhi_u64(peek(), m - 32) << 32;
+            at -= 32;
         }
-        uint64_t v = acc & 0xffffffffull;
-        drop(32);
-        ensure();
-        v |= _bzhi_u64(acc, m - 32) << 32;
-        drop(m - 32);
+        at += m;
         return v;
     }
-    // Stream bits consumed so far, up to a constant.
-    ZEM_INLINE uint64_t pos() const { return (uint64_t)p * 8 - cnt; }
+    ZEM_INLINE uint64_t pos() const { return at; }
 };
 
 // Consumes zeros up to the next one bit, at most lim of them; with `found` the one is consumed
@@ -172,6 +171,56 @@ ZEM_INLINE int run(R& rd, int lim, bool& found) {
     return done;
 }
 
+// Planes 31 down to kmin (or until no more than 129 bits of the budget are left, with
+// kChecked) read by position: a plane that adds no coefficient costs one load, and each new
+// coefficient one load that also sees the group test behind it. Returns the next plane; n
+// (updated) counts the significant coefficients.
+template <bool kChecked>
+ZEM_INLINE int fast_planes(PosReader& rd, uint64_t plane[32], int kmin, uint64_t limit, int& n) {
+    int k = 31;
+    for (; k >= kmin && (!kChecked || (int64_t)(limit - rd.at) > 129); --k) {
+        uint64_t w = rd.peek();
+        uint64_t x;
+        if (ZEM_LIKELY(n <= 56)) {
+            x = _bzhi_u64(w, (unsigned)n);
+            w >>= n;
+            rd.at += (unsigned)n + 1;
+        } else {
+            x = rd.read((unsigned)n);
+            if (n == 64) {
+                plane[k] = x;
+                continue;
+            }
+            w = rd.peek();
+            rd.at += 1;
+        }
+        if (w & 1) {
+            for (;;) {
+                w = rd.peek();
+                int lim = 63 - n;
+                int r = (int)_tzcnt_u64(w);
+                if (r < lim && r < 56) {
+                    n += r;
+                    x |= 1ull << n;
+                    ++n;
+                    rd.at += (unsigned)r + 2;
+                    if (!((w >> (r + 1)) & 1)) break;  // the next group test
+                } else if (lim <= 56) {
+                    rd.at += (unsigned)lim;  // zeros up to the last coefficient, its one implied
+                    x |= 1ull << 63;
+                    n = 64;
+                    break;
+                } else {
+                    rd.at += 56;  // 56 insignificant coefficients, more to come
+                    n += 56;
+                }
+            }
+        }
+        plane[k] = x;
+    }
+    return k;
+}
+
 // Planes 31 down to kmin while the budget `bits` (updated) lasts; planes not reached stay zero.
 // Returns the lowest plane read (32 for none).
 template <class R>
@@ -180,50 +229,14 @@ ZEM_INLINE int decode_planes(R& rd, uint64_t plane[32], int kmin, int64_t& bits)
     int k = 31;
     if constexpr (R::kFast) {
         // A plane takes at most 129 bits; while more are left the budget cannot end inside one,
-        // so it is kept as a stream position and the plane is read without budget tests: a
-        // plane that adds no coefficient costs one look at the buffer, a group test with its
-        // run another.
+        // so it is kept as a stream position and the plane is read without budget tests. When
+        // the budget covers every plane to kmin (fixed precision and accuracy) not even the
+        // position is tested.
         const uint64_t limit = rd.pos() + (uint64_t)bits;
-        for (; k >= kmin && (int64_t)(limit - rd.pos()) > 129; --k) {
-            rd.ensure();
-            uint64_t x;
-            if (n <= 55) {
-                x = _bzhi_u64(rd.acc, (unsigned)n);
-                if (!((rd.acc >> n) & 1)) {
-                    rd.drop((unsigned)n + 1);
-                    plane[k] = x;
-                    continue;
-                }
-                rd.drop((unsigned)n);
-            } else {
-                x = rd.read((unsigned)n);
-            }
-            while (n < 64) {
-                rd.ensure();
-                uint64_t a = rd.acc;
-                if (!(a & 1)) {
-                    rd.drop(1);
-                    break;
-                }
-                int lim = 63 - n;
-                int sure = (int)rd.cnt - 1;  // bits known after the group test
-                int r = (int)_tzcnt_u64(a >> 1);
-                if (r < lim && r < sure) {
-                    rd.drop((unsigned)r + 2);
-                    n += r;
-                } else if (r >= lim && lim <= sure) {
-                    rd.drop((unsigned)lim + 1);  // up to the last coefficient, its one implied
-                    n = 63;
-                } else {
-                    bool found;
-                    rd.drop(1);
-                    n += run(rd, lim, found);
-                }
-                x |= 1ull << n;
-                ++n;
-            }
-            plane[k] = x;
-        }
+        if (bits > 129 * (int64_t)(32 - kmin))
+            k = fast_planes<false>(rd, plane, kmin, limit, n);
+        else
+            k = fast_planes<true>(rd, plane, kmin, limit, n);
         bits = (int64_t)(limit - rd.pos());
     }
     for (; k >= kmin && bits > 0; --k) {
@@ -345,8 +358,29 @@ ZEM_INLINE void decode_coded(R& rd, const Head& h, uint64_t plane[32], int& e, i
     used = budget - bits;
 }
 
+template <class T>
+ZEM_INLINE T get_field(const void* state, size_t off) {
+    T v;
+    memcpy(&v, (const uint8_t*)state + off, sizeof v);
+    return v;
+}
+template <class T>
+ZEM_INLINE void set_field(void* state, size_t off, T v) {
+    memcpy((uint8_t*)state + off, &v, sizeof v);
+}
+
 zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
-    Head h = load_head(state);
+    // Field by field: a copy of the whole head goes through vector registers and the stack.
+    Head h;
+    h.minBits = get_field<int32_t>(state, offsetof(Head, minBits));
+    h.maxBits = get_field<int32_t>(state, offsetof(Head, maxBits));
+    h.maxPrec = get_field<int32_t>(state, offsetof(Head, maxPrec));
+    h.minExp = get_field<int32_t>(state, offsetof(Head, minExp));
+    h.bitCount = get_field<int32_t>(state, offsetof(Head, bitCount));
+    h.bitBuffer = get_field<uint64_t>(state, offsetof(Head, bitBuffer));
+    h.pCur = get_field<uintptr_t>(state, offsetof(Head, pCur));
+    h.pStart = get_field<uintptr_t>(state, offsetof(Head, pStart));
+    h.pEnd = get_field<uintptr_t>(state, offsetof(Head, pEnd));
     unsigned held = h.bitCount < 0 ? 0 : h.bitCount > 64 ? 64 : (unsigned)h.bitCount;
     Reader rd{h.bitBuffer, held, h.pCur, h.pEnd, false};
     uint8_t* dst = (uint8_t*)dstf;
@@ -359,16 +393,24 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
         }
     } else {
         uint64_t plane[32];
-        for (int i = 0; i < 32; i += 4) _mm256_storeu_si256((__m256i*)(plane + i), _mm256_setzero_si256());
+        // Eight vector stores; hidden from the compiler, which would make them a string store
+        // with a slow start.
+        __m256i zero = _mm256_setzero_si256();
+        __asm__("" : "+x"(zero));
+        for (int i = 0; i < 32; i += 4) _mm256_storeu_si256((__m256i*)(plane + i), zero);
         int e, klow;
         int64_t used;
-        if (room(rd.p, rd.end) >= kFastRoom) {
-            FastReader fr{rd.cnt ? _bzhi_u64(rd.acc, rd.cnt) : 0, rd.cnt, rd.p};
-            uintptr_t start = rd.p;
-            unsigned held0 = rd.cnt;
+        // The position reader starts in the word the held bits came from; a record whose held
+        // bits are not that word's (only a hand-made one) goes the lazy way.
+        uintptr_t start = rd.p;
+        unsigned held0 = rd.cnt;
+        if (room(start, rd.end) >= kFastRoom &&
+            (held0 == 0 || (room(h.pStart, start) >= 8 &&
+                            load_le64(start - 8) >> (64 - held0) == _bzhi_u64(rd.acc, held0)))) {
+            PosReader fr{start - 8, 64 - (uint64_t)held0, 0, 0};
             decode_coded(fr, h, plane, e, klow, used);
             // Back to the lazy reader's state: whole words fetched, the rest of the last held.
-            uint64_t consumed = held0 + 8 * (uint64_t)(fr.p - start) - fr.cnt;
+            uint64_t consumed = fr.at - (64 - held0);
             if (consumed <= held0) {
                 rd.drop((unsigned)consumed);
             } else {
@@ -388,10 +430,9 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
             inverse_transform(seq, e, dst, step, planeStep);
         }
     }
-    h.bitBuffer = rd.fail ? 0 : rd.acc;
-    h.bitCount = rd.fail ? 0 : (int32_t)rd.cnt;
-    h.pCur = rd.p;
-    store_head(state, h);
+    set_field<uint64_t>(state, offsetof(Head, bitBuffer), rd.fail ? 0 : rd.acc);
+    set_field<int32_t>(state, offsetof(Head, bitCount), rd.fail ? 0 : (int32_t)rd.cnt);
+    set_field<uintptr_t>(state, offsetof(Head, pCur), rd.p);
     return (rd.fail || !ok) ? zemStatusStreamEnd : zemStatusOk;
 }
 

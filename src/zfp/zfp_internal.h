@@ -141,17 +141,23 @@ ZEM_INLINE void fwd_lift(__m256i& x, __m256i& y, __m256i& z, __m256i& w) {
     y = _mm256_sub_epi32(y, _mm256_srai_epi32(w, 1));
 }
 
+// The steps b += d, d = 2d - b (and their like) come to the butterfly (b + d, d - b) in wrapping
+// arithmetic, which needs no shift and no wait for the new b.
 ZEM_INLINE void inv_lift(__m256i& x, __m256i& y, __m256i& z, __m256i& w) {
     y = _mm256_add_epi32(y, _mm256_srai_epi32(w, 1));
     w = _mm256_sub_epi32(w, _mm256_srai_epi32(y, 1));
-    y = _mm256_add_epi32(y, w);
-    w = _mm256_sub_epi32(_mm256_slli_epi32(w, 1), y);
-    z = _mm256_add_epi32(z, x);
-    x = _mm256_sub_epi32(_mm256_slli_epi32(x, 1), z);
-    y = _mm256_add_epi32(y, z);
-    z = _mm256_sub_epi32(_mm256_slli_epi32(z, 1), y);
-    w = _mm256_add_epi32(w, x);
-    x = _mm256_sub_epi32(_mm256_slli_epi32(x, 1), w);
+    __m256i t = _mm256_add_epi32(y, w);
+    w = _mm256_sub_epi32(w, y);
+    y = t;
+    t = _mm256_add_epi32(z, x);
+    x = _mm256_sub_epi32(x, z);
+    z = t;
+    t = _mm256_add_epi32(y, z);
+    z = _mm256_sub_epi32(z, y);
+    y = t;
+    t = _mm256_add_epi32(w, x);
+    x = _mm256_sub_epi32(x, w);
+    w = t;
 }
 
 // Negabinary mask: coefficients become unsigned with their magnitude in the high planes.
