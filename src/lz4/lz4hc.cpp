@@ -77,11 +77,31 @@ ZEM_INLINE int32_t count_forward(const uint8_t* a, const uint8_t* b, const uint8
     return int32_t(b - b0);
 }
 
+// How many of the `most` bytes before a and b agree; nothing below a - most or b - most is read.
+// Runs of agreeing bytes in a wider search are often long (the candidate is the current match
+// seen from further on), so this goes a vector at a time.
+ZEM_INLINE int32_t count_back_n(const uint8_t* a, const uint8_t* b, int32_t most) {
+    int32_t n = 0;
+    while (most - n >= 32) {
+        __m256i x = _mm256_loadu_si256((const __m256i*)(a - n - 32));
+        __m256i y = _mm256_loadu_si256((const __m256i*)(b - n - 32));
+        uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, y));
+        if (eq != 0xffffffffu) return n + (int32_t)_lzcnt_u32(~eq);
+        n += 32;
+    }
+    while (most - n >= 8) {
+        uint64_t diff = load64(a - n - 8) ^ load64(b - n - 8);
+        if (diff) return n + (int32_t)(_lzcnt_u64(diff) >> 3);
+        n += 8;
+    }
+    while (n < most && a[-n - 1] == b[-n - 1]) ++n;
+    return n;
+}
+
 // How many bytes before a and b agree, stopping at a_low and b_low (neither is read below).
 ZEM_INLINE int32_t count_backward(const uint8_t* a, const uint8_t* a_low, const uint8_t* b, const uint8_t* b_low) {
-    int32_t n = 0;
-    while (a - n > a_low && b - n > b_low && a[-n - 1] == b[-n - 1]) ++n;
-    return n;
+    const intptr_t ra = a - a_low, rb = b - b_low;
+    return count_back_n(a, b, (int32_t)(ra < rb ? ra : rb));
 }
 
 struct Match {
@@ -217,24 +237,27 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     const __m256i cur = vector_ok ? _mm256_loadu_si256((const __m256i*)ip) : _mm256_setzero_si256();
     const uint64_t cur_back = vector_ok ? load64(ip - 8) : 0;
     // Far enough from the low end that no candidate's backward room is cut by it (the usual
-    // case): a loop whose only data-dependent branch is a rare one.
-    const uint32_t back_need = back_room > 8 ? back_room : 8;
-    if (vector_ok && (!kExtDict || lo >= e.src_pos) && lo - mem_low_pos >= back_need && lo >= mem_low_pos) {
+    // case): a loop whose only data-dependent branch is a rare one. Both directions are
+    // measured a vector wide, so that only runs of 32 bytes or more take the branch.
+    const uint32_t back_need = back_room > 32 ? back_room : 32;
+    if (vector_ok && (!kExtDict || lo >= e.src_pos) && lo >= mem_low_pos && lo - mem_low_pos >= back_need) {
         const int32_t broom = (int32_t)back_room;
+        // A backward run of 32 needs counting on only when the room is longer.
+        const int32_t back_more = broom > 32 ? 32 : 33;
+        const __m256i cur_back32 = _mm256_loadu_si256((const __m256i*)(ip - 32));
         for (; n > 0 && q - lo < span; --n) {
             const uint8_t* mp = base + q;
             uint32_t eq =
                 (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+            uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
+                _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back32));
             int32_t fwd = (int32_t)_tzcnt_u32(~eq);
-            int32_t back = (int32_t)(_lzcnt_u64(load64(mp - 8) ^ cur_back) >> 3);
-            if (back > broom) back = broom;
+            const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
+            int32_t back = back_run < broom ? back_run : broom;
             // Exact unless a compare ran to its end; then the count goes on before deciding.
-            if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back == 8))) {
+            if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more))) {
                 if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
-                if (back == 8 && broom > 8) {
-                    back += count_backward(mp - 8, mem_low, ip - 8, ip_low);
-                    if (back > broom) back = broom;
-                }
+                if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
                 if (fwd >= kMinMatch && back + fwd > m.len) {
                     m = Match{s - (uint32_t)back, s - q, back + fwd};
                     if (m.len >= room) break;
