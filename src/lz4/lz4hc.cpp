@@ -302,6 +302,113 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     return m;
 }
 
+// The plain search at position s + 2 that follows a wider search at s whenever that one finds
+// nothing longer. Both chain walks are bound by the latency of their dependent chain loads, so
+// they run side by side in one loop; the plain result is kept for the parse to take.
+struct Pending {
+    Match m;
+    bool ready;
+};
+
+// A wider search at s (as search() with start_low below s, which it must be) and, beside it, the
+// plain search at s + 2. The plain search sees the tables exactly as it would after the wider
+// one: the wider walk reads its head before s and s + 1 are linked, and it only follows links
+// of positions in the window below s, whose chain slots are not those of s and s + 1. Falls back
+// to the wider search alone where its vector loop does not apply.
+ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low, int32_t best, Pending& next) {
+    next.ready = false;
+    insert_until(e, s);
+    Match m{s, 0, best};
+    const uint8_t* const base = e.base;
+    const uint8_t* const ip = base + s;
+    const uint8_t* const limit = e.limit;
+    const int32_t room = int32_t(limit - (base + start_low));
+    if (best >= room) return m;
+    uint32_t lo = e.low > 1 ? e.low : 1;
+    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    if (lo >= s) return m;
+    const uint32_t back_room = s - start_low;
+    const uint32_t mem_low_pos = e.low;
+    const uint32_t back_need = back_room > 32 ? back_room : 32;
+    if (!(limit - ip >= 32 && lo >= mem_low_pos && lo - mem_low_pos >= back_need))
+        return search<false>(e, s, start_low, best);
+    const uint32_t span = s - lo;
+    const uint32_t* const chain = e.chain;
+    uint32_t q = e.head[hash_at(ip)];
+    int32_t n = e.attempts;
+
+    // The plain search at t = s + 2, set up as search() does.
+    const uint32_t t = s + 2;
+    insert_until(e, t);
+    const uint8_t* const ipt = base + t;
+    Match mt{t, 0, kMinMatch - 1};
+    const int32_t room_t = int32_t(limit - ipt);
+    uint32_t lo_t = e.low > 1 ? e.low : 1;
+    if (t > kMaxDistance && t - kMaxDistance > lo_t) lo_t = t - kMaxDistance;
+    const uint32_t span_t = t - lo_t;
+    uint32_t qt = e.head[hash_at(ipt)];
+    int32_t nt = lo_t < t && room_t > kMinMatch - 1 ? e.attempts : 0;
+    int32_t o = kMinMatch - 1;
+
+    const int32_t broom = (int32_t)back_room;
+    const int32_t back_more = broom > 32 ? 32 : 33;
+    const __m256i cur = _mm256_loadu_si256((const __m256i*)ip);
+    const __m256i cur_back32 = _mm256_loadu_si256((const __m256i*)(ip - 32));
+    // One step of each walk; each returns false when its walk is over.
+    auto step_wide = [&]() __attribute__((always_inline)) -> bool {
+        const uint8_t* mp = base + q;
+        uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+        uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
+            _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back32));
+        int32_t fwd = (int32_t)_tzcnt_u32(~eq);
+        const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
+        int32_t back = back_run < broom ? back_run : broom;
+        if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more))) {
+            if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
+            if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
+            if (fwd >= kMinMatch && back + fwd > m.len) {
+                m = Match{s - (uint32_t)back, s - q, back + fwd};
+                if (m.len >= room) return false;
+            }
+        }
+        q = chain[q & kChainMask];
+        return --n > 0 && q - lo < span;
+    };
+    auto step_plain = [&]() __attribute__((always_inline)) -> bool {
+        const uint8_t* mp = base + qt;
+        if (load32(mp + o - 3) == load32(ipt + o - 3)) {
+            int32_t fwd = count_forward(mp, ipt, limit);
+            if (fwd > mt.len) {
+                mt = Match{t, t - qt, fwd};
+                if (fwd >= room_t) return false;
+                o = fwd;
+            }
+        }
+        qt = chain[qt & kChainMask];
+        return --nt > 0 && qt - lo_t < span_t;
+    };
+    bool on_w = n > 0 && q - lo < span;
+    bool on_t = nt > 0 && qt - lo_t < span_t;
+    while (on_w & on_t) {
+        on_w = step_wide();
+        // Once the wider search has found a longer match, the plain one is not needed.
+        on_t = m.len == best && step_plain();
+    }
+    while (on_w) on_w = step_wide();
+    if (m.len > best) {
+        // The parse goes on from a longer match and searches no earlier than s + 1: unlink s + 1
+        // and s again, newest first, so that the tables are as the wider search alone leaves them.
+        e.head[hash_at(ip + 1)] = chain[(s + 1) & kChainMask];
+        e.head[hash_at(ip)] = chain[s & kChainMask];
+        e.next = s;
+        return m;
+    }
+    while (on_t) on_t = step_plain();
+    next.m = mt;
+    next.ready = true;
+    return m;
+}
+
 // Touches the first links of position pos's chain ahead of its search: prefetches cannot
 // fault, the chain index is masked, and the loads run beside the current walk instead of
 // adding their latency to the next one.
@@ -380,10 +487,23 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
     // The last position with 32 bytes before E - 5.
     const int64_t search_last = (int64_t)end - kLastLiterals - kSearchRoom;
     uint32_t p = w.anchor;
+    Pending next{};
+    // A wider search also makes the plain search that follows it when it fails, where there
+    // will be one.
+    auto wide = [&](uint32_t s, uint32_t start_low, int32_t best) {
+        if (!kExtDict && (int64_t)s + 2 <= search_last) return search_wide_and_next(e, s, start_low, best, next);
+        next.ready = false;
+        return search<kExtDict>(e, s, start_low, best);
+    };
     while ((int64_t)p <= search_last) {
         // The next search is at p + 1 if this one fails, else near the match's end.
         warm_chain(e, p + 1);
-        Match a = search<kExtDict>(e, p, p, kMinMatch - 1);
+        Match a;
+        if (!kExtDict && next.ready && next.m.pos == p)
+            a = next.m;
+        else
+            a = search<kExtDict>(e, p, p, kMinMatch - 1);
+        next.ready = false;
         if (a.len < kMinMatch) {
             ++p;
             continue;
@@ -399,7 +519,7 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
             if (!w.put(a)) return false;
             goto settled;
         }
-        b = search<kExtDict>(e, a.end() - 2, a.pos, a.len);
+        b = wide(a.end() - 2, a.pos, a.len);
         if (b.len <= a.len) {
             if (!w.put(a)) return false;
             goto settled;
@@ -425,7 +545,7 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         if (b.end() >= wide_end)
             c.len = b.len;
         else
-            c = search<kExtDict>(e, b.end() - 2, b.pos, b.len);
+            c = wide(b.end() - 2, b.pos, b.len);
         if (c.len <= b.len) {
             if (b.pos < a.end()) a.len = int32_t(b.pos - a.pos);
             if (!w.put(a) || !w.put(b)) return false;
