@@ -173,6 +173,82 @@ ZEM_INLINE Match count_dict(const Encoder& e, uint32_t q, const uint8_t* ip, con
     return Match{(uint32_t)back, 0, back + fwd};
 }
 
+// Valid candidates for a search at s lie in [window_low, s): not position 0, not below the low
+// limit, not farther than the largest distance, not at or after s (stale entries of a longer
+// stream). The window is empty when this is s or more.
+ZEM_INLINE uint32_t window_low(const Encoder& e, uint32_t s) {
+    uint32_t lo = e.low > 1 ? e.low : 1;
+    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    return lo;
+}
+
+// One candidate of a plain search at s from memory. Any longer match agrees on the four bytes
+// that end at the current best length: a quick reject that never drops a winner, and after the
+// first hit it rejects nearly every other candidate.
+struct PlainProbe {
+    const uint8_t* ip;
+    const uint8_t* limit;
+    uint32_t s;
+    int32_t room;
+    int32_t o;  // the current best length, at least 3
+    // Returns true when the walk can stop: the match runs to the limit.
+    ZEM_INLINE bool measure(const uint8_t* mp, uint32_t q, Match& m) {
+        if (load32(mp + o - 3) != load32(ip + o - 3)) return false;
+        const int32_t fwd = count_forward(mp, ip, limit);
+        if (fwd <= m.len) return false;
+        m = Match{s, s - q, fwd};
+        o = fwd;
+        return fwd >= room;
+    }
+};
+
+// Whether every candidate at lo or above has the backward room that WideProbe reads: 32 bytes
+// and the whole room back to start_low, above the lowest usable position.
+ZEM_INLINE bool wide_probe_fits(uint32_t lo, uint32_t mem_low_pos, uint32_t back_room) {
+    const uint32_t need = back_room > 32 ? back_room : 32;
+    return lo >= mem_low_pos && lo - mem_low_pos >= need;
+}
+
+// One candidate of a wider search at s, far enough from the low end that no candidate's
+// backward room is cut by it (the usual case). A winner may extend back as far as start_low, so
+// only the bytes from s on are certain to agree, and most candidates of the chain pass any sound
+// quick reject. Instead every candidate is measured without branching on its bytes, a vector
+// wide in both directions, and only runs of 32 bytes or more take the rare branch.
+struct WideProbe {
+    __m256i cur, cur_back;
+    const uint8_t* ip;
+    const uint8_t* limit;
+    uint32_t s;
+    int32_t room;
+    int32_t broom;      // s - start_low
+    int32_t back_more;  // a backward run this long needs counting on (33: never)
+    WideProbe(const uint8_t* ip_, const uint8_t* limit_, uint32_t s_, uint32_t start_low, int32_t room_)
+        : cur(_mm256_loadu_si256((const __m256i*)ip_)),
+          cur_back(_mm256_loadu_si256((const __m256i*)(ip_ - 32))),
+          ip(ip_),
+          limit(limit_),
+          s(s_),
+          room(room_),
+          broom(int32_t(s_ - start_low)),
+          back_more(s_ - start_low > 32 ? 32 : 33) {}
+    // Returns true when the walk can stop: the match runs to the limit.
+    ZEM_INLINE bool measure(const uint8_t* mp, uint32_t q, Match& m) const {
+        uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+        uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
+            _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back));
+        int32_t fwd = (int32_t)_tzcnt_u32(~eq);
+        const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
+        int32_t back = back_run < broom ? back_run : broom;
+        // Exact unless a compare ran to its end; then the count goes on before deciding.
+        if (ZEM_LIKELY(!((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more)))) return false;
+        if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
+        if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
+        if (fwd < kMinMatch || back + fwd <= m.len) return false;
+        m = Match{s - (uint32_t)back, s - q, back + fwd};
+        return m.len >= room;
+    }
+};
+
 // Walks the chain of position s for a match longer than `best` that covers s and starts no
 // earlier than start_low (start_low == s: a plain search; below s: a wider match that may
 // reach back into the current one). Returns a match of length `best` when none is longer.
@@ -186,10 +262,7 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     // No candidate can beat a match that already runs to the limit.
     const int32_t room = int32_t(limit - (base + start_low));
     if (best >= room) return m;
-    // Valid candidates lie in [lo, s): not position 0, not below the low limit, not farther
-    // than the largest distance, not at or after s (stale entries of a longer stream).
-    uint32_t lo = e.low > 1 ? e.low : 1;
-    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    const uint32_t lo = window_low(e, s);
     if (lo >= s) return m;
     const uint32_t span = s - lo;
     const uint32_t* const chain = e.chain;
@@ -197,27 +270,16 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     int32_t n = e.attempts;
 
     if (s == start_low) {
-        // Any longer match agrees on the four bytes that end at the current best length: a
-        // quick reject that never drops a winner, and after the first hit it rejects nearly
-        // every other candidate.
-        int32_t o = best > 3 ? best : 3;
+        PlainProbe probe{ip, limit, s, room, best > 3 ? best : 3};
         for (; n > 0 && q - lo < span; --n) {
             if (!kExtDict || q >= e.src_pos) {
-                const uint8_t* mp = base + q;
-                if (load32(mp + o - 3) == load32(ip + o - 3)) {
-                    int32_t fwd = count_forward(mp, ip, limit);
-                    if (fwd > m.len) {
-                        m = Match{s, s - q, fwd};
-                        if (fwd >= room) break;
-                        o = fwd;
-                    }
-                }
+                if (probe.measure(base + q, q, m)) break;
             } else {
                 int32_t fwd = count_dict<true>(e, q, ip, ip).len;
                 if (fwd > m.len) {
                     m = Match{s, s - q, fwd};
                     if (fwd >= room) break;
-                    o = fwd;
+                    probe.o = fwd;
                 }
             }
             q = chain[q & kChainMask];
@@ -225,10 +287,8 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
         return m;
     }
 
-    // A wider search: a winner may extend back as far as start_low, so only the bytes from s on
-    // are certain to agree, and most candidates of the chain pass any sound quick reject.
-    // Instead every candidate is measured without branching on its bytes: one 32-byte compare
-    // forwards, one 8-byte compare backwards, continued only for the rare longer runs.
+    // A wider search (see WideProbe); near the low end, or with a separate dictionary, each
+    // candidate's backward room is bounded on its own.
     const uint8_t* const ip_low = base + start_low;
     const uint32_t back_room = s - start_low;
     const uint32_t mem_low_pos = kExtDict ? (e.low > e.src_pos ? e.low : e.src_pos) : e.low;
@@ -236,33 +296,10 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     const bool vector_ok = limit - ip >= 32 && s >= (kExtDict ? e.src_pos : 0) + 8;
     const __m256i cur = vector_ok ? _mm256_loadu_si256((const __m256i*)ip) : _mm256_setzero_si256();
     const uint64_t cur_back = vector_ok ? load64(ip - 8) : 0;
-    // Far enough from the low end that no candidate's backward room is cut by it (the usual
-    // case): a loop whose only data-dependent branch is a rare one. Both directions are
-    // measured a vector wide, so that only runs of 32 bytes or more take the branch.
-    const uint32_t back_need = back_room > 32 ? back_room : 32;
-    if (vector_ok && (!kExtDict || lo >= e.src_pos) && lo >= mem_low_pos && lo - mem_low_pos >= back_need) {
-        const int32_t broom = (int32_t)back_room;
-        // A backward run of 32 needs counting on only when the room is longer.
-        const int32_t back_more = broom > 32 ? 32 : 33;
-        const __m256i cur_back32 = _mm256_loadu_si256((const __m256i*)(ip - 32));
+    if (vector_ok && (!kExtDict || lo >= e.src_pos) && wide_probe_fits(lo, mem_low_pos, back_room)) {
+        const WideProbe probe(ip, limit, s, start_low, room);
         for (; n > 0 && q - lo < span; --n) {
-            const uint8_t* mp = base + q;
-            uint32_t eq =
-                (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
-            uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
-                _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back32));
-            int32_t fwd = (int32_t)_tzcnt_u32(~eq);
-            const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
-            int32_t back = back_run < broom ? back_run : broom;
-            // Exact unless a compare ran to its end; then the count goes on before deciding.
-            if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more))) {
-                if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
-                if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
-                if (fwd >= kMinMatch && back + fwd > m.len) {
-                    m = Match{s - (uint32_t)back, s - q, back + fwd};
-                    if (m.len >= room) break;
-                }
-            }
+            if (probe.measure(base + q, q, m)) break;
             q = chain[q & kChainMask];
         }
         return m;
@@ -324,66 +361,34 @@ ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low
     const uint8_t* const limit = e.limit;
     const int32_t room = int32_t(limit - (base + start_low));
     if (best >= room) return m;
-    uint32_t lo = e.low > 1 ? e.low : 1;
-    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    const uint32_t lo = window_low(e, s);
     if (lo >= s) return m;
-    const uint32_t back_room = s - start_low;
-    const uint32_t mem_low_pos = e.low;
-    const uint32_t back_need = back_room > 32 ? back_room : 32;
-    if (!(limit - ip >= 32 && lo >= mem_low_pos && lo - mem_low_pos >= back_need))
-        return search<false>(e, s, start_low, best);
+    if (!(limit - ip >= 32 && wide_probe_fits(lo, e.low, s - start_low))) return search<false>(e, s, start_low, best);
     const uint32_t span = s - lo;
     const uint32_t* const chain = e.chain;
     uint32_t q = e.head[hash_at(ip)];
     int32_t n = e.attempts;
+    const WideProbe wide(ip, limit, s, start_low, room);
 
     // The plain search at t = s + 2, set up as search() does.
     const uint32_t t = s + 2;
     insert_until(e, t);
     const uint8_t* const ipt = base + t;
     Match mt{t, 0, kMinMatch - 1};
-    const int32_t room_t = int32_t(limit - ipt);
-    uint32_t lo_t = e.low > 1 ? e.low : 1;
-    if (t > kMaxDistance && t - kMaxDistance > lo_t) lo_t = t - kMaxDistance;
+    PlainProbe plain{ipt, limit, t, int32_t(limit - ipt), kMinMatch - 1};
+    const uint32_t lo_t = window_low(e, t);
     const uint32_t span_t = t - lo_t;
     uint32_t qt = e.head[hash_at(ipt)];
-    int32_t nt = lo_t < t && room_t > kMinMatch - 1 ? e.attempts : 0;
-    int32_t o = kMinMatch - 1;
+    int32_t nt = lo_t < t && plain.room > kMinMatch - 1 ? e.attempts : 0;
 
-    const int32_t broom = (int32_t)back_room;
-    const int32_t back_more = broom > 32 ? 32 : 33;
-    const __m256i cur = _mm256_loadu_si256((const __m256i*)ip);
-    const __m256i cur_back32 = _mm256_loadu_si256((const __m256i*)(ip - 32));
     // One step of each walk; each returns false when its walk is over.
     auto step_wide = [&]() __attribute__((always_inline)) -> bool {
-        const uint8_t* mp = base + q;
-        uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
-        uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
-            _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back32));
-        int32_t fwd = (int32_t)_tzcnt_u32(~eq);
-        const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
-        int32_t back = back_run < broom ? back_run : broom;
-        if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more))) {
-            if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
-            if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
-            if (fwd >= kMinMatch && back + fwd > m.len) {
-                m = Match{s - (uint32_t)back, s - q, back + fwd};
-                if (m.len >= room) return false;
-            }
-        }
+        if (wide.measure(base + q, q, m)) return false;
         q = chain[q & kChainMask];
         return --n > 0 && q - lo < span;
     };
     auto step_plain = [&]() __attribute__((always_inline)) -> bool {
-        const uint8_t* mp = base + qt;
-        if (load32(mp + o - 3) == load32(ipt + o - 3)) {
-            int32_t fwd = count_forward(mp, ipt, limit);
-            if (fwd > mt.len) {
-                mt = Match{t, t - qt, fwd};
-                if (fwd >= room_t) return false;
-                o = fwd;
-            }
-        }
+        if (plain.measure(base + qt, qt, mt)) return false;
         qt = chain[qt & kChainMask];
         return --nt > 0 && qt - lo_t < span_t;
     };
