@@ -339,6 +339,16 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     return m;
 }
 
+// Undoes the linking of s and s + 1 (the last two linked), newest first, when the search at
+// s + 2 that they were linked for is not made after all: no head then names a position that
+// the encoder has not reached, as if they had never been linked. Their own chain slots are
+// left behind, but nothing leads to them any more.
+ZEM_INLINE void unlink_two(Encoder& e, uint32_t s) {
+    e.head[hash_at(e.base + s + 1)] = e.chain[(s + 1) & kChainMask];
+    e.head[hash_at(e.base + s)] = e.chain[s & kChainMask];
+    e.next = s;
+}
+
 // The plain search at position s + 2 that follows a wider search at s whenever that one finds
 // nothing longer. Both chain walks are bound by the latency of their dependent chain loads, so
 // they run side by side in one loop; the plain result is kept for the parse to take.
@@ -401,11 +411,8 @@ ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low
     }
     while (on_w) on_w = step_wide();
     if (m.len > best) {
-        // The parse goes on from a longer match and searches no earlier than s + 1: unlink s + 1
-        // and s again, newest first, so that the tables are as the wider search alone leaves them.
-        e.head[hash_at(ip + 1)] = chain[(s + 1) & kChainMask];
-        e.head[hash_at(ip)] = chain[s & kChainMask];
-        e.next = s;
+        // The parse goes on from a longer match and searches no earlier than s + 1.
+        unlink_two(e, s);
         return m;
     }
     while (on_t) on_t = step_plain();
@@ -500,6 +507,11 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         next.ready = false;
         return search<kExtDict>(e, s, start_low, best);
     };
+    // The output is full: a plain search made ahead will not be taken.
+    auto stop_full = [&] {
+        if (next.ready) unlink_two(e, next.m.pos - 2);
+        return false;
+    };
     while ((int64_t)p <= search_last) {
         // The next search is at p + 1 if this one fails, else near the match's end.
         warm_chain(e, p + 1);
@@ -526,7 +538,7 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         }
         b = wide(a.end() - 2, a.pos, a.len);
         if (b.len <= a.len) {
-            if (!w.put(a)) return false;
+            if (!w.put(a)) return stop_full();
             goto settled;
         }
         if (first.pos < a.pos && b.pos < first.end()) a = first;
@@ -553,7 +565,7 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
             c = wide(b.end() - 2, b.pos, b.len);
         if (c.len <= b.len) {
             if (b.pos < a.end()) a.len = int32_t(b.pos - a.pos);
-            if (!w.put(a) || !w.put(b)) return false;
+            if (!w.put(a) || !w.put(b)) return stop_full();
             goto settled;
         }
         if (c.pos < a.end() + kReplaceDistance) {
