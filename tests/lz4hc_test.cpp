@@ -326,4 +326,35 @@ TEST(LZ4HC, SeparateDictionary) {
     }
 }
 
+// A stream pushed through a small output: each call stops with 33 and the next continues where
+// it stopped, with the history in place. Which positions a stop leaves linked decides the next
+// call's matches, so the blocks are pinned (an FNV-1a-style hash from 0 over the status and
+// bytes of every call), as the parse fixes them; the last call ends the stream and its block decodes with liblz4.
+TEST(LZ4HC, StoppedStreamIsPinned) {
+    const Bytes all = text_like(120000, 29);
+    const struct {
+        int level, calls;
+        uint64_t hash;
+    } want[] = {{9, 27, 0x9d376ceaef637a1cull}, {4, 31, 0x6c26522ab01dcb4bull}};
+    for (const auto& w : want) {
+        SCOPED_TRACE(w.level);
+        Tables t;
+        uint64_t h = 0;
+        int32_t pos = 0, calls = 0;
+        Result last{};
+        while (pos < (int32_t)all.size() && calls < 100) {
+            last = encode(t, all.data() + pos, (int32_t)all.size() - pos, w.level, 997, pos, all.data(), pos);
+            h ^= (uint64_t)last.status;
+            for (uint8_t b : last.out) h = (h ^ b) * 1099511628211ull;
+            pos += last.consumed;
+            ++calls;
+        }
+        EXPECT_EQ(calls, w.calls);
+        EXPECT_EQ(h, w.hash);
+        ASSERT_EQ(last.status, zemStatusOk);
+        const Bytes tail(all.end() - last.consumed, all.end());
+        EXPECT_TRUE(lz4_decode(last.out, tail.size(), all.data(), pos - last.consumed) == tail);
+    }
+}
+
 }  // namespace

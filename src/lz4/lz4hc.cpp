@@ -77,11 +77,31 @@ ZEM_INLINE int32_t count_forward(const uint8_t* a, const uint8_t* b, const uint8
     return int32_t(b - b0);
 }
 
+// How many of the `most` bytes before a and b agree; nothing below a - most or b - most is read.
+// Runs of agreeing bytes in a wider search are often long (the candidate is the current match
+// seen from further on), so this goes a vector at a time.
+ZEM_INLINE int32_t count_back_n(const uint8_t* a, const uint8_t* b, int32_t most) {
+    int32_t n = 0;
+    while (most - n >= 32) {
+        __m256i x = _mm256_loadu_si256((const __m256i*)(a - n - 32));
+        __m256i y = _mm256_loadu_si256((const __m256i*)(b - n - 32));
+        uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, y));
+        if (eq != 0xffffffffu) return n + (int32_t)_lzcnt_u32(~eq);
+        n += 32;
+    }
+    while (most - n >= 8) {
+        uint64_t diff = load64(a - n - 8) ^ load64(b - n - 8);
+        if (diff) return n + (int32_t)(_lzcnt_u64(diff) >> 3);
+        n += 8;
+    }
+    while (n < most && a[-n - 1] == b[-n - 1]) ++n;
+    return n;
+}
+
 // How many bytes before a and b agree, stopping at a_low and b_low (neither is read below).
 ZEM_INLINE int32_t count_backward(const uint8_t* a, const uint8_t* a_low, const uint8_t* b, const uint8_t* b_low) {
-    int32_t n = 0;
-    while (a - n > a_low && b - n > b_low && a[-n - 1] == b[-n - 1]) ++n;
-    return n;
+    const intptr_t ra = a - a_low, rb = b - b_low;
+    return count_back_n(a, b, (int32_t)(ra < rb ? ra : rb));
 }
 
 struct Match {
@@ -153,6 +173,82 @@ ZEM_INLINE Match count_dict(const Encoder& e, uint32_t q, const uint8_t* ip, con
     return Match{(uint32_t)back, 0, back + fwd};
 }
 
+// Valid candidates for a search at s lie in [window_low, s): not position 0, not below the low
+// limit, not farther than the largest distance, not at or after s (stale entries of a longer
+// stream). The window is empty when this is s or more.
+ZEM_INLINE uint32_t window_low(const Encoder& e, uint32_t s) {
+    uint32_t lo = e.low > 1 ? e.low : 1;
+    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    return lo;
+}
+
+// One candidate of a plain search at s from memory. Any longer match agrees on the four bytes
+// that end at the current best length: a quick reject that never drops a winner, and after the
+// first hit it rejects nearly every other candidate.
+struct PlainProbe {
+    const uint8_t* ip;
+    const uint8_t* limit;
+    uint32_t s;
+    int32_t room;
+    int32_t o;  // the current best length, at least 3
+    // Returns true when the walk can stop: the match runs to the limit.
+    ZEM_INLINE bool measure(const uint8_t* mp, uint32_t q, Match& m) {
+        if (load32(mp + o - 3) != load32(ip + o - 3)) return false;
+        const int32_t fwd = count_forward(mp, ip, limit);
+        if (fwd <= m.len) return false;
+        m = Match{s, s - q, fwd};
+        o = fwd;
+        return fwd >= room;
+    }
+};
+
+// Whether every candidate at lo or above has the backward room that WideProbe reads: 32 bytes
+// and the whole room back to start_low, above the lowest usable position.
+ZEM_INLINE bool wide_probe_fits(uint32_t lo, uint32_t mem_low_pos, uint32_t back_room) {
+    const uint32_t need = back_room > 32 ? back_room : 32;
+    return lo >= mem_low_pos && lo - mem_low_pos >= need;
+}
+
+// One candidate of a wider search at s, far enough from the low end that no candidate's
+// backward room is cut by it (the usual case). A winner may extend back as far as start_low, so
+// only the bytes from s on are certain to agree, and most candidates of the chain pass any sound
+// quick reject. Instead every candidate is measured without branching on its bytes, a vector
+// wide in both directions, and only runs of 32 bytes or more take the rare branch.
+struct WideProbe {
+    __m256i cur, cur_back;
+    const uint8_t* ip;
+    const uint8_t* limit;
+    uint32_t s;
+    int32_t room;
+    int32_t broom;      // s - start_low
+    int32_t back_more;  // a backward run this long needs counting on (33: never)
+    WideProbe(const uint8_t* ip_, const uint8_t* limit_, uint32_t s_, uint32_t start_low, int32_t room_)
+        : cur(_mm256_loadu_si256((const __m256i*)ip_)),
+          cur_back(_mm256_loadu_si256((const __m256i*)(ip_ - 32))),
+          ip(ip_),
+          limit(limit_),
+          s(s_),
+          room(room_),
+          broom(int32_t(s_ - start_low)),
+          back_more(s_ - start_low > 32 ? 32 : 33) {}
+    // Returns true when the walk can stop: the match runs to the limit.
+    ZEM_INLINE bool measure(const uint8_t* mp, uint32_t q, Match& m) const {
+        uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
+        uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
+            _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back));
+        int32_t fwd = (int32_t)_tzcnt_u32(~eq);
+        const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
+        int32_t back = back_run < broom ? back_run : broom;
+        // Exact unless a compare ran to its end; then the count goes on before deciding.
+        if (ZEM_LIKELY(!((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more)))) return false;
+        if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
+        if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
+        if (fwd < kMinMatch || back + fwd <= m.len) return false;
+        m = Match{s - (uint32_t)back, s - q, back + fwd};
+        return m.len >= room;
+    }
+};
+
 // Walks the chain of position s for a match longer than `best` that covers s and starts no
 // earlier than start_low (start_low == s: a plain search; below s: a wider match that may
 // reach back into the current one). Returns a match of length `best` when none is longer.
@@ -166,10 +262,7 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     // No candidate can beat a match that already runs to the limit.
     const int32_t room = int32_t(limit - (base + start_low));
     if (best >= room) return m;
-    // Valid candidates lie in [lo, s): not position 0, not below the low limit, not farther
-    // than the largest distance, not at or after s (stale entries of a longer stream).
-    uint32_t lo = e.low > 1 ? e.low : 1;
-    if (s > kMaxDistance && s - kMaxDistance > lo) lo = s - kMaxDistance;
+    const uint32_t lo = window_low(e, s);
     if (lo >= s) return m;
     const uint32_t span = s - lo;
     const uint32_t* const chain = e.chain;
@@ -177,27 +270,16 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     int32_t n = e.attempts;
 
     if (s == start_low) {
-        // Any longer match agrees on the four bytes that end at the current best length: a
-        // quick reject that never drops a winner, and after the first hit it rejects nearly
-        // every other candidate.
-        int32_t o = best > 3 ? best : 3;
+        PlainProbe probe{ip, limit, s, room, best > 3 ? best : 3};
         for (; n > 0 && q - lo < span; --n) {
             if (!kExtDict || q >= e.src_pos) {
-                const uint8_t* mp = base + q;
-                if (load32(mp + o - 3) == load32(ip + o - 3)) {
-                    int32_t fwd = count_forward(mp, ip, limit);
-                    if (fwd > m.len) {
-                        m = Match{s, s - q, fwd};
-                        if (fwd >= room) break;
-                        o = fwd;
-                    }
-                }
+                if (probe.measure(base + q, q, m)) break;
             } else {
                 int32_t fwd = count_dict<true>(e, q, ip, ip).len;
                 if (fwd > m.len) {
                     m = Match{s, s - q, fwd};
                     if (fwd >= room) break;
-                    o = fwd;
+                    probe.o = fwd;
                 }
             }
             q = chain[q & kChainMask];
@@ -205,10 +287,8 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
         return m;
     }
 
-    // A wider search: a winner may extend back as far as start_low, so only the bytes from s on
-    // are certain to agree, and most candidates of the chain pass any sound quick reject.
-    // Instead every candidate is measured without branching on its bytes: one 32-byte compare
-    // forwards, one 8-byte compare backwards, continued only for the rare longer runs.
+    // A wider search (see WideProbe); near the low end, or with a separate dictionary, each
+    // candidate's backward room is bounded on its own.
     const uint8_t* const ip_low = base + start_low;
     const uint32_t back_room = s - start_low;
     const uint32_t mem_low_pos = kExtDict ? (e.low > e.src_pos ? e.low : e.src_pos) : e.low;
@@ -216,30 +296,10 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     const bool vector_ok = limit - ip >= 32 && s >= (kExtDict ? e.src_pos : 0) + 8;
     const __m256i cur = vector_ok ? _mm256_loadu_si256((const __m256i*)ip) : _mm256_setzero_si256();
     const uint64_t cur_back = vector_ok ? load64(ip - 8) : 0;
-    // Far enough from the low end that no candidate's backward room is cut by it (the usual
-    // case): a loop whose only data-dependent branch is a rare one.
-    const uint32_t back_need = back_room > 8 ? back_room : 8;
-    if (vector_ok && (!kExtDict || lo >= e.src_pos) && lo - mem_low_pos >= back_need && lo >= mem_low_pos) {
-        const int32_t broom = (int32_t)back_room;
+    if (vector_ok && (!kExtDict || lo >= e.src_pos) && wide_probe_fits(lo, mem_low_pos, back_room)) {
+        const WideProbe probe(ip, limit, s, start_low, room);
         for (; n > 0 && q - lo < span; --n) {
-            const uint8_t* mp = base + q;
-            uint32_t eq =
-                (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
-            int32_t fwd = (int32_t)_tzcnt_u32(~eq);
-            int32_t back = (int32_t)(_lzcnt_u64(load64(mp - 8) ^ cur_back) >> 3);
-            if (back > broom) back = broom;
-            // Exact unless a compare ran to its end; then the count goes on before deciding.
-            if (ZEM_UNLIKELY((back + fwd > m.len) | (fwd == 32) | (back == 8))) {
-                if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
-                if (back == 8 && broom > 8) {
-                    back += count_backward(mp - 8, mem_low, ip - 8, ip_low);
-                    if (back > broom) back = broom;
-                }
-                if (fwd >= kMinMatch && back + fwd > m.len) {
-                    m = Match{s - (uint32_t)back, s - q, back + fwd};
-                    if (m.len >= room) break;
-                }
-            }
+            if (probe.measure(base + q, q, m)) break;
             q = chain[q & kChainMask];
         }
         return m;
@@ -276,6 +336,88 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
         }
         q = chain[q & kChainMask];
     }
+    return m;
+}
+
+// Undoes the linking of s and s + 1 (the last two linked), newest first, when the search at
+// s + 2 that they were linked for is not made after all: no head then names a position that
+// the encoder has not reached, as if they had never been linked. Their own chain slots are
+// left behind, but nothing leads to them any more.
+ZEM_INLINE void unlink_two(Encoder& e, uint32_t s) {
+    e.head[hash_at(e.base + s + 1)] = e.chain[(s + 1) & kChainMask];
+    e.head[hash_at(e.base + s)] = e.chain[s & kChainMask];
+    e.next = s;
+}
+
+// The plain search at position s + 2 that follows a wider search at s whenever that one finds
+// nothing longer. Both chain walks are bound by the latency of their dependent chain loads, so
+// they run side by side in one loop; the plain result is kept for the parse to take.
+struct Pending {
+    Match m;
+    bool ready;
+};
+
+// A wider search at s (as search() with start_low below s, which it must be) and, beside it, the
+// plain search at s + 2. The plain search sees the tables exactly as it would after the wider
+// one: the wider walk reads its head before s and s + 1 are linked, and it only follows links
+// of positions in the window below s, whose chain slots are not those of s and s + 1. Falls back
+// to the wider search alone where its vector loop does not apply.
+ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low, int32_t best, Pending& next) {
+    next.ready = false;
+    insert_until(e, s);
+    Match m{s, 0, best};
+    const uint8_t* const base = e.base;
+    const uint8_t* const ip = base + s;
+    const uint8_t* const limit = e.limit;
+    const int32_t room = int32_t(limit - (base + start_low));
+    if (best >= room) return m;
+    const uint32_t lo = window_low(e, s);
+    if (lo >= s) return m;
+    if (!(limit - ip >= 32 && wide_probe_fits(lo, e.low, s - start_low))) return search<false>(e, s, start_low, best);
+    const uint32_t span = s - lo;
+    const uint32_t* const chain = e.chain;
+    uint32_t q = e.head[hash_at(ip)];
+    int32_t n = e.attempts;
+    const WideProbe wide(ip, limit, s, start_low, room);
+
+    // The plain search at t = s + 2, set up as search() does.
+    const uint32_t t = s + 2;
+    insert_until(e, t);
+    const uint8_t* const ipt = base + t;
+    Match mt{t, 0, kMinMatch - 1};
+    PlainProbe plain{ipt, limit, t, int32_t(limit - ipt), kMinMatch - 1};
+    const uint32_t lo_t = window_low(e, t);
+    const uint32_t span_t = t - lo_t;
+    uint32_t qt = e.head[hash_at(ipt)];
+    int32_t nt = lo_t < t && plain.room > kMinMatch - 1 ? e.attempts : 0;
+
+    // One step of each walk; each returns false when its walk is over.
+    auto step_wide = [&]() __attribute__((always_inline)) -> bool {
+        if (wide.measure(base + q, q, m)) return false;
+        q = chain[q & kChainMask];
+        return --n > 0 && q - lo < span;
+    };
+    auto step_plain = [&]() __attribute__((always_inline)) -> bool {
+        if (plain.measure(base + qt, qt, mt)) return false;
+        qt = chain[qt & kChainMask];
+        return --nt > 0 && qt - lo_t < span_t;
+    };
+    bool on_w = n > 0 && q - lo < span;
+    bool on_t = nt > 0 && qt - lo_t < span_t;
+    while (on_w & on_t) {
+        on_w = step_wide();
+        // Once the wider search has found a longer match, the plain one is not needed.
+        on_t = m.len == best && step_plain();
+    }
+    while (on_w) on_w = step_wide();
+    if (m.len > best) {
+        // The parse goes on from a longer match and searches no earlier than s + 1.
+        unlink_two(e, s);
+        return m;
+    }
+    while (on_t) on_t = step_plain();
+    next.m = mt;
+    next.ready = true;
     return m;
 }
 
@@ -357,10 +499,28 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
     // The last position with 32 bytes before E - 5.
     const int64_t search_last = (int64_t)end - kLastLiterals - kSearchRoom;
     uint32_t p = w.anchor;
+    Pending next{};
+    // A wider search also makes the plain search that follows it when it fails, where there
+    // will be one.
+    auto wide = [&](uint32_t s, uint32_t start_low, int32_t best) {
+        if (!kExtDict && (int64_t)s + 2 <= search_last) return search_wide_and_next(e, s, start_low, best, next);
+        next.ready = false;
+        return search<kExtDict>(e, s, start_low, best);
+    };
+    // The output is full: a plain search made ahead will not be taken.
+    auto stop_full = [&] {
+        if (next.ready) unlink_two(e, next.m.pos - 2);
+        return false;
+    };
     while ((int64_t)p <= search_last) {
         // The next search is at p + 1 if this one fails, else near the match's end.
         warm_chain(e, p + 1);
-        Match a = search<kExtDict>(e, p, p, kMinMatch - 1);
+        Match a;
+        if (!kExtDict && next.ready && next.m.pos == p)
+            a = next.m;
+        else
+            a = search<kExtDict>(e, p, p, kMinMatch - 1);
+        next.ready = false;
         if (a.len < kMinMatch) {
             ++p;
             continue;
@@ -376,9 +536,9 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
             if (!w.put(a)) return false;
             goto settled;
         }
-        b = search<kExtDict>(e, a.end() - 2, a.pos, a.len);
+        b = wide(a.end() - 2, a.pos, a.len);
         if (b.len <= a.len) {
-            if (!w.put(a)) return false;
+            if (!w.put(a)) return stop_full();
             goto settled;
         }
         if (first.pos < a.pos && b.pos < first.end()) a = first;
@@ -402,10 +562,10 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         if (b.end() >= wide_end)
             c.len = b.len;
         else
-            c = search<kExtDict>(e, b.end() - 2, b.pos, b.len);
+            c = wide(b.end() - 2, b.pos, b.len);
         if (c.len <= b.len) {
             if (b.pos < a.end()) a.len = int32_t(b.pos - a.pos);
-            if (!w.put(a) || !w.put(b)) return false;
+            if (!w.put(a) || !w.put(b)) return stop_full();
             goto settled;
         }
         if (c.pos < a.end() + kReplaceDistance) {
