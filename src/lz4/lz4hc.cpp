@@ -11,6 +11,7 @@
 
 #include "core/check.h"
 #include "core/mem.h"
+#include "lz4/lz4_block.h"
 #include "zemdc.h"
 
 namespace zem::lz4hc {
@@ -38,17 +39,8 @@ inline constexpr uint32_t kReplaceDistance = 3;
 
 namespace {
 
-ZEM_INLINE uint32_t load32(const uint8_t* p) {
-    uint32_t v;
-    memcpy(&v, p, 4);
-    return v;
-}
-
-ZEM_INLINE uint64_t load64(const uint8_t* p) {
-    uint64_t v;
-    memcpy(&v, p, 8);
-    return v;
-}
+using lz4::load32;
+using lz4::load64;
 
 ZEM_INLINE uint32_t hash_at(const uint8_t* p) { return _mm_crc32_u32(0, load32(p)) & kHashMask; }
 
@@ -433,20 +425,6 @@ ZEM_INLINE void warm_chain(const Encoder& e, uint32_t pos) {
     _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
 }
 
-ZEM_INLINE uint32_t ext_bytes(uint32_t v) { return v >= 15 ? (v - 15) / 255 + 1 : 0; }
-
-// Writes a length remainder as extension bytes: 255 while at least 255 is left, then the rest.
-ZEM_INLINE uint8_t* put_extension(uint8_t* op, uint32_t v) {
-    if (v >= 255) {
-        uint32_t full = v / 255;
-        mem::fill_vector(255, op, full);
-        op += full;
-        v -= full * 255;
-    }
-    *op++ = (uint8_t)v;
-    return op;
-}
-
 struct Writer {
     const uint8_t* base;    // position 0, as in Encoder
     const uint8_t* in_end;  // end of the input
@@ -459,32 +437,12 @@ struct Writer {
     ZEM_INLINE bool put(const Match& m) {
         const uint8_t* lit_src = base + anchor;
         const uint32_t lit = m.pos - anchor;
-        const uint32_t mcode = (uint32_t)m.len - kMinMatch;
-        const uint64_t need = 3ull + lit + ext_bytes(lit) + ext_bytes(mcode);
-        uint8_t* p = op;
-        if (need > (uint64_t)(oend - p)) return false;
-        uint8_t* token = p++;
-        uint8_t t = (uint8_t)(mcode < 15 ? mcode : 15);
-        if (lit >= 15) {
-            t |= 0xF0;
-            p = put_extension(p, lit - 15);
-        } else {
-            t |= (uint8_t)(lit << 4);
-        }
-        *token = t;
-        if (lit <= 16 && oend - p >= 16 && in_end - lit_src >= 16) {
-            // One 16-byte store; the bytes past the literals are rewritten by the offset and
-            // what follows, or lie in the output beyond the block.
-            _mm_storeu_si128((__m128i*)p, _mm_loadu_si128((const __m128i*)lit_src));
-        } else {
-            MemCopy(lit_src, p, (int32_t)lit);
-        }
-        p += lit;
-        p[0] = (uint8_t)m.dist;
-        p[1] = (uint8_t)(m.dist >> 8);
-        p += 2;
-        if (mcode >= 15) p = put_extension(p, mcode - 15);
-        op = p;
+        const uint64_t need = 3ull + lit + lz4::ext_bytes(lit) + lz4::ext_bytes((uint32_t)m.len - kMinMatch);
+        const uint64_t room = (uint64_t)(oend - op);
+        if (need > room) return false;
+        // Whole-block literal copies when both sides have the slack they overwrite or read.
+        const bool wild = room >= need + 32 && (uint64_t)(in_end - lit_src) >= lit + 32ull;
+        op = lz4::write_sequence(op, lit_src, lit, m.dist, (size_t)m.len, wild);
         anchor = m.end();
         return true;
     }
@@ -631,14 +589,7 @@ zemStatus run(Encoder& e, const uint8_t* src, int32_t* pSrcLen, uint8_t* dst, in
         if (need > (uint64_t)(w.oend - w.op)) {
             fits = false;
         } else {
-            if (count >= 15) {
-                *w.op++ = 0xF0;
-                w.op = put_extension(w.op, count - 15);
-            } else {
-                *w.op++ = (uint8_t)(count << 4);
-            }
-            MemCopy(w.base + w.anchor, w.op, (int32_t)count);
-            w.op += count;
+            w.op = lz4::write_last_literals(w.op, w.base + w.anchor, count);
             w.anchor = end;
         }
     }

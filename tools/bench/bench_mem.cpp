@@ -41,7 +41,8 @@ void run(const bench::Corpus&) {
     // Unrelated placements: odd offsets, and page offsets far apart, as for two separate buffers.
     const uint8_t* s = page(src) + 3;
     uint8_t* d = page(dst) + 2048 + 17;
-    for (size_t size = 16; size <= max; size *= (size < 4096 ? 4 : 8)) {
+    const size_t sizes[] = {16, 64, 256, 1024, 4096, 32768, 262144, size_t(2) << 20, size_t(16) << 20, max};
+    for (size_t size : sizes) {
         std::string label = size_label(size);
         copy_table("copy, " + label + " blocks", s, d, size);
         size_t reps = reps_for(size);

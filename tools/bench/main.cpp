@@ -260,7 +260,9 @@ Table::~Table() {
         if (r.kind != Kind::Ours) refs.push_back(&r);
     printf("\n%s (%.1f MB a pass)\n", title_.c_str(), double(bytes_) / 1e6);
     printf("  %-34s %10s %7s", "", "MB/s", "ratio");
-    for (auto* p : refs) printf("  x %-16.16s", p->name.c_str());
+    // Each multiple column is as wide as its peer's full name, so that peers differing only at
+    // the end of their names (levels, accelerations) stay apart.
+    for (auto* p : refs) printf("  x %s", p->name.c_str());
     printf("\n");
     for (auto& r : rows_) {
         const char* tag = r.kind == Kind::Ours ? "*" : r.kind == Kind::Limit ? "=" : " ";
@@ -271,7 +273,7 @@ Table::~Table() {
         else
             printf(" %7s", "-");
         if (r.kind == Kind::Ours)
-            for (auto* p : refs) printf("  %17.2fx", r.mbps / p->mbps);
+            for (auto* p : refs) printf("  %*.2fx", (int)p->name.size() + 1, r.mbps / p->mbps);
         printf("\n");
     }
     fflush(stdout);
