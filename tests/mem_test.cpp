@@ -43,9 +43,9 @@ size_t first_wrong(const std::vector<uint8_t>& buf, size_t off, size_t n, uint8_
     return buf.size();
 }
 
-const size_t kSizes[] = {0,   1,   2,   3,   4,   7,   8,    9,    15,   16,   17,   31,   32,    33,    63,
-                         64,  65,  127, 128, 129, 200, 255,  256,  257,  300,  511,  1000, 4095,  4096,  16383,
-                         16384, 16447, 16448, 20000, 32767};
+// Every size class of the small-block kernel and both sides of each of its boundaries.
+const size_t kSizes[] = {0,  1,   2,   3,   4,   7,   8,   9,   15,  16,   17,   31,   32,    33,   63,   64,
+                         65, 127, 128, 129, 255, 256, 257, 511, 512, 513, 1000, 4095, 16384, 20000, 32767};
 
 }  // namespace
 
