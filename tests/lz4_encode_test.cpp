@@ -26,19 +26,19 @@ void expect_decodes(const uint8_t* blk, size_t n, const Bytes& want, const Bytes
 
 // The bounded dictionary encoder at capacity `cap` (output at a guard page): 0 with all of the
 // input, or 33 with a complete block of the consumed prefix, which both decoders read.
-void check_bounded(const Bytes& src, int32_t cap, uint8_t* table, int32_t idx = 0, const Bytes* dict = nullptr,
+void check_bounded(const uint8_t* src, int32_t n, int32_t cap, uint8_t* table, int32_t idx = 0, const Bytes* dict = nullptr,
                    const Bytes* hist = nullptr) {
     zt::GuardedBuffer g((size_t)cap);
     const Bytes* dd = dict ? dict : hist;  // the history both decoders get
-    const int32_t n = (int32_t)src.size(), dl = dd ? (int32_t)dd->size() : 0;
+    const int32_t dl = dd ? (int32_t)dd->size() : 0;
     int32_t consumed = n, written = cap;
-    zemStatus st = idx == 0 && !dict ? zemsEncodeLZ4Safe_8u(src.data(), &consumed, g.data(), &written, table)
-                                     : zemsEncodeLZ4DictSafe_8u(src.data(), idx, &consumed, g.data(), &written, table,
+    zemStatus st = idx == 0 && !dict ? zemsEncodeLZ4Safe_8u(src, &consumed, g.data(), &written, table)
+                                     : zemsEncodeLZ4DictSafe_8u(src, idx, &consumed, g.data(), &written, table,
                                                                 dict ? dict->data() : nullptr, dict ? dl : 0);
     ASSERT_TRUE(st == 0 || st == 33);
     ASSERT_EQ(st == 0, consumed == n);
     ASSERT_LE(written, cap);
-    const Bytes want(src.begin(), src.begin() + consumed);
+    const Bytes want(src, src + consumed);
     if (cap == 1) {  // a lone zero token, which our decoder calls short
         ASSERT_EQ(st, 33);
         ASSERT_EQ(written, 1);
@@ -109,7 +109,7 @@ TEST(Lz4Encode, BlockShapes) {
 TEST(Lz4Encode, SafeAtEveryCapacity) {
     Bytes table(16384);
     for (const Bytes& src : {zt::compressible_bytes(700, 1), zt::random_bytes(300, 2), Bytes(400, 'r')})
-        for (size_t cap = 1; cap <= bound(src.size()); ++cap) check_bounded(src, (int32_t)cap, table.data());
+        for (size_t cap = 1; cap <= bound(src.size()); ++cap) check_bounded(src.data(), (int32_t)src.size(), (int32_t)cap, table.data());
 }
 
 TEST(Lz4Encode, HashTableAndArgumentOrder) {
@@ -162,7 +162,7 @@ TEST(Lz4EncodeDict, HistoryInPlaceAndSeparateDictionary) {
     EXPECT_LT(w, 30000 / 20);  // almost all of it refers back
     expect_decodes(out.data(), (size_t)w, second, &hist);
     for (int32_t cap = 1; cap <= (int32_t)bound(500); cap += 3)
-        check_bounded(Bytes(second.begin(), second.begin() + 500), cap, table.data(), 50000, nullptr, &hist);
+        check_bounded(data.data() + 50000, 500, cap, table.data(), 50000, nullptr, &hist);
 
     const Bytes dict = zt::compressible_bytes(40000, 11);
     const int32_t dl = (int32_t)dict.size();
@@ -175,7 +175,7 @@ TEST(Lz4EncodeDict, HistoryInPlaceAndSeparateDictionary) {
         ASSERT_EQ(zemsEncodeLZ4Dict_8u(src.data(), dl, (int32_t)n, out.data(), &w, table.data(), dict.data(), dl), 0);
         expect_decodes(out.data(), (size_t)w, src, &dict);
         if (n >= 2000) EXPECT_LT((size_t)w, n / 3);
-        for (int32_t cap : {1, 7, 40, 300, (int32_t)bound(n)}) check_bounded(src, cap, table.data(), dl, &dict);
+        for (int32_t cap : {1, 7, 40, 300, (int32_t)bound(n)}) check_bounded(src.data(), (int32_t)n, cap, table.data(), dl, &dict);
     }
 }
 
