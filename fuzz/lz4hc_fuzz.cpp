@@ -44,13 +44,6 @@ bool decode(const uint8_t* b, size_t n, std::vector<uint8_t>& out) {
     return true;
 }
 
-uint64_t mix(uint64_t& s) {
-    uint64_t z = (s += 0x9e3779b97f4a7c15ull);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-    return z ^ (z >> 31);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -74,8 +67,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else if (table_kind == 1) {
         uint32_t* h = (uint32_t*)(void*)hash.data();
         uint32_t* c = (uint32_t*)(void*)chain.data();
-        for (size_t k = 0; k < 32768; ++k) h[k] = (uint32_t)(mix(seed) % (2 * size + 70000));
-        for (size_t k = 0; k < 65536; ++k) c[k] = (uint32_t)(mix(seed) % (2 * size + 70000));
+        for (size_t k = 0; k < 98304; ++k) {
+            seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+            (k < 32768 ? h[k] : c[k - 32768]) = (uint32_t)((seed >> 33) % (2 * size + 70000));
+        }
     }
 
     const int32_t hist = (int32_t)(hist_sel % size);
