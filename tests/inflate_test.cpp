@@ -3,7 +3,6 @@
 #include <libdeflate.h>
 #include <zlib.h>
 
-#include <string>
 #include <vector>
 
 #include "deflate/inflate_tables.h"
@@ -146,12 +145,7 @@ TEST(InflateStream, RefusesDamagedStreams) {
     Bytes in = zt::compressible_bytes(60000, 2);
     Bytes gz = zlib_compress(in, Format::Gzip, 6), zl = zlib_compress(in, Format::Zlib, 6);
     // CRC, size, Adler and header check (negative positions count from the end).
-    struct Case {
-        Format f;
-        const Bytes* comp;
-        long at;
-        uint8_t flip;
-    } cases[] = {{Format::Gzip, &gz, -6, 1}, {Format::Gzip, &gz, -2, 1}, {Format::Zlib, &zl, -1, 0x80}, {Format::Zlib, &zl, 1, 1}};
+    struct Case { Format f; const Bytes* comp; long at; uint8_t flip; } cases[] = {{Format::Gzip, &gz, -6, 1}, {Format::Gzip, &gz, -2, 1}, {Format::Zlib, &zl, -1, 0x80}, {Format::Zlib, &zl, 1, 1}};
     for (const Case& c : cases) {
         Bytes dam = *c.comp;
         dam[size_t(c.at < 0 ? long(dam.size()) + c.at : c.at)] ^= c.flip;
@@ -215,8 +209,7 @@ std::vector<uint16_t> random_code(size_t alphabet, const std::vector<uint32_t>& 
     while (depth.size() < symbols.size()) {
         size_t pick = depth.back() < max_len ? depth.size() - 1 : r.below(uint32_t(depth.size()));
         if (depth[pick] >= max_len) continue;
-        depth[pick]++;
-        depth.push_back(depth[pick]);
+        depth.push_back(++depth[pick]);
     }
     std::vector<uint16_t> lens(alphabet, 0);
     for (size_t i = 0; i < symbols.size(); ++i) lens[symbols[(i * 7 + seed) % symbols.size()]] = uint16_t(depth[i]);
@@ -237,10 +230,7 @@ struct BitWriter {
     }
 };
 
-using zem::inflate::kDistBase;
-using zem::inflate::kDistExtra;
-using zem::inflate::kLengthBase;
-using zem::inflate::kLengthExtra;
+namespace zi = zem::inflate;
 
 // A block body with the given codes: random literals and matches over every coded symbol,
 // ending with the end-of-block code. `history` is what precedes the output (the window).
@@ -255,19 +245,16 @@ Block make_block(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& 
     for (uint32_t s = 0; s < lit.size(); ++s) if (lit[s] && s != 256) (s > 256 && s < 286 ? lens : lits).push_back(s);
     for (uint32_t s = 0; s < dist.size(); ++s) if (dist[s]) dists.push_back(s);
     BitWriter w;
-    Block b;
     Bytes all = history;
     for (size_t i = 0; i < n_ops; ++i) {
         if (!lens.empty() && !dists.empty() && r.below(2)) {
             uint32_t ls = lens[r.below(uint32_t(lens.size()))], ds = dists[r.below(uint32_t(dists.size()))];
-            uint32_t le = kLengthExtra[ls - 257], de = kDistExtra[ds];
+            uint32_t le = zi::kLengthExtra[ls - 257], de = zi::kDistExtra[ds];
             uint32_t lx = r.below(1u << le), dx = r.below(1u << de);
-            uint32_t len = kLengthBase[ls - 257] + lx, d = kDistBase[ds] + dx;
+            uint32_t len = zi::kLengthBase[ls - 257] + lx, d = zi::kDistBase[ds] + dx;
             if (d <= all.size()) {
-                w.code(lc[ls], lit[ls]);
-                w.put(lx, le);
-                w.code(dc[ds], dist[ds]);
-                w.put(dx, de);
+                w.code(lc[ls], lit[ls]), w.put(lx, le);
+                w.code(dc[ds], dist[ds]), w.put(dx, de);
                 for (uint32_t k = 0; k < len; ++k) all.push_back(all[all.size() - d]);
                 continue;
             }
@@ -277,22 +264,18 @@ Block make_block(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& 
         w.code(lc[s], lit[s]);
         all.push_back(s < 256 ? uint8_t(s) : 0);  // 286 and 287 read as the literal 0
     }
-    w.code(lc[256], lit[256]);
-    // Trailing bytes, as the next block would bring: the decoder must stop at the end code.
-    w.put(0x5a5a5a5a, 32);
-    b.body = w.finish();
-    b.expect.assign(all.begin() + ptrdiff_t(history.size()), all.end());
-    return b;
+    // Trailing bytes after the end code, as the next block would bring: the decoder must stop.
+    w.code(lc[256], lit[256]), w.put(0x5a5a5a5a, 32);
+    return {w.finish(), Bytes(all.begin() + ptrdiff_t(history.size()), all.end())};
 }
 
-zemInflateState build_state(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& dist, zemStatus want = 0) {
+zemInflateState build_state(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& dist) {
     zemInflateState st;
     memset(&st, 0xAB, sizeof st);  // the builder must not rely on a cleared record
-    st.window = nullptr;
-    st.windowSize = 0;
+    st.window = nullptr, st.windowSize = 0;
     std::vector<uint16_t> all = lit;
     all.insert(all.end(), dist.begin(), dist.end());
-    EXPECT_EQ(zemsInflateBuildHuffTable(all.data(), uint32_t(lit.size()), uint32_t(dist.size()), &st), want);
+    EXPECT_EQ(zemsInflateBuildHuffTable(all.data(), uint32_t(lit.size()), uint32_t(dist.size()), &st), zemStatusOk);
     return st;
 }
 
@@ -375,22 +358,16 @@ TEST(InflateBuild, RefusesBadCodesAndCounts) {
 
 TEST(InflateBuild, ChoosesTheLayoutByTheLongestCodes) {
     auto lit_syms = range(0, 286), dist_syms = range(0, 30);
-    struct Case {
-        uint32_t lit_max, dist_max, kind;
-    } cases[] = {{11, 10, 2}, {12, 10, 1}, {11, 11, 1}, {9, 5, 2}, {15, 15, 1}};
+    struct Case { uint32_t lit_max, dist_max, kind; } cases[] = {{11, 10, 2}, {12, 10, 1}, {11, 11, 1}, {9, 5, 2}, {15, 15, 1}};
     for (auto c : cases) {
         zemInflateState st = build_state(random_code(286, lit_syms, c.lit_max, 3), random_code(30, dist_syms, c.dist_max, 4));
         EXPECT_EQ(st.tableKind, c.kind);
-        if (c.kind == 2) {
-            EXPECT_EQ(st.litBits, c.lit_max);
-            EXPECT_EQ(st.distBits, c.dist_max);
-        }
+        if (c.kind == 2) EXPECT_TRUE(st.litBits == c.lit_max && st.distBits == c.dist_max) << c.lit_max;
     }
     // 256 literal/length lengths: the compact build refuses after having set its fields, the
     // general build places no end code and succeeds.
     std::vector<uint16_t> lens(256, 8);
-    zemInflateState st;
-    st.tableKind = 0;
+    zemInflateState st{};
     EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 256, 0, &st), zemStatusBadData);
     EXPECT_EQ(st.tableKind, 2u);
     EXPECT_EQ(st.litBits, 8u);
@@ -402,21 +379,16 @@ TEST(InflateBuild, ChoosesTheLayoutByTheLongestCodes) {
 TEST(InflateDecode, HandMadeBlocksInEveryLayout) {
     const Bytes win = window_bytes(), hist = window_history(win);
     std::vector<uint32_t> lit_syms = range(0, 40);
-    for (uint32_t s : {100u, 200u, 255u, 256u, 257u, 264u, 265u, 268u, 272u, 276u, 277u, 280u, 281u, 284u, 285u})
-        lit_syms.push_back(s);
-    struct Case {
-        uint32_t lit_max, dist_max;
-        size_t n_dist;
-    } cases[] = {{15, 15, 30}, {12, 9, 20}, {11, 10, 30}, {9, 6, 30}, {15, 5, 30}, {10, 15, 30}, {8, 1, 1}};
+    for (uint32_t s : {100u, 200u, 255u, 256u, 257u, 264u, 265u, 268u, 272u, 276u, 277u, 280u, 281u, 284u, 285u}) lit_syms.push_back(s);
+    struct Case { uint32_t lit_max, dist_max, n_dist; } cases[] = {{15, 15, 30}, {12, 9, 20}, {11, 10, 30}, {9, 6, 30}, {15, 5, 30}, {10, 15, 30}, {8, 1, 1}};
     uint64_t seed = 1;
     for (auto c : cases) {
         auto lit = random_code(286, lit_syms, c.lit_max, seed++);
-        auto dist = random_code(30, range(0, uint32_t(c.n_dist)), c.dist_max, seed++);
+        auto dist = random_code(30, range(0, c.n_dist), c.dist_max, seed++);
         for (bool with_window : {true, false}) {
             Block b = make_block(lit, dist, with_window ? hist : Bytes{}, 3000, seed++);
             zemInflateState st = build_state(lit, dist);
-            st.window = with_window ? const_cast<uint8_t*>(win.data()) : nullptr;
-            st.windowSize = with_window ? uint32_t(win.size()) : 0;
+            if (with_window) st.window = const_cast<uint8_t*>(win.data()), st.windowSize = uint32_t(win.size());
             for (uint32_t piece : {0u, 1u, 5u, 40u}) {
                 zemInflateState copy = st;
                 EXPECT_EQ(decode_body(copy, b.body, b.expect.size(), piece, seed++), b.expect)
