@@ -77,11 +77,8 @@ Bytes pieces(Format f, const Bytes& comp, size_t expect, uint64_t seed, uint32_t
         in_pos += in_avail - il;
         in_avail = il;
         out_pos += room - ol;
-        if (res == InflateResult::End && in_pos == comp.size()) break;
-        if (res != InflateResult::Ok && res != InflateResult::End) {
-            ADD_FAILURE() << "stream failed at in " << in_pos << " out " << out_pos;
-            break;
-        }
+        EXPECT_TRUE(res == InflateResult::Ok || res == InflateResult::End) << "in " << in_pos << " out " << out_pos;
+        if (res != InflateResult::Ok && (res != InflateResult::End || in_pos == comp.size())) break;
     }
     out.resize(out_pos);
     return out;
@@ -319,15 +316,6 @@ Bytes decode_body(zemInflateState& st, const Bytes& body, size_t cap, uint32_t p
     return Bytes(out.data(), c.dst);
 }
 
-Bytes window_bytes() { return zt::random_bytes(32768, 77); }
-
-// The window as history, oldest byte first, for a next write position of 7.
-Bytes window_history(const Bytes& win) {
-    Bytes h(win.begin() + 7, win.end());
-    h.insert(h.end(), win.begin(), win.begin() + 7);
-    return h;
-}
-
 std::vector<uint32_t> range(uint32_t from, uint32_t to) {
     std::vector<uint32_t> v(to - from);
     for (uint32_t s = from; s < to; ++s) v[s - from] = s;
@@ -343,17 +331,15 @@ TEST(InflateBuild, RefusesBadCodesAndCounts) {
     EXPECT_EQ(zemsInflateBuildHuffTable(nullptr, 289, 0, &st), zemStatusNullPtr);       // pointers first
     EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 289, 0, &st), zemStatusSize);
     EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 257, 31, &st), zemStatusSize);
-    lens[0] = 1, lens[1] = 1, lens[256] = 2;  // over-subscribed
-    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 0, &st), zemStatusBadData);
-    lens[0] = 2, lens[1] = 2, lens[256] = 2;  // incomplete
-    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 0, &st), zemStatusBadData);
-    lens[0] = 1, lens[1] = 0, lens[256] = 1;
-    lens[288] = 2, lens[289] = 2, lens[290] = 2;  // a good literal code, an incomplete distance code
-    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 30, &st), zemStatusBadData);
-    lens[288] = 1, lens[289] = 0, lens[290] = 0;  // one distance code of length 1: accepted
-    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 30, &st), zemStatusOk);
-    lens[0] = 0;  // one literal/length code of length 1: accepted too
-    EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, 0, &st), zemStatusOk);
+    // Lengths of literals 0 and 1, the end code, distances 0..2: over-subscribed, incomplete, a good
+    // literal code with an incomplete distance code; one code of length 1 in either alphabet is accepted.
+    struct Case { uint16_t l0, l1, end, d0, d1, d2; uint32_t n_dist; zemStatus want; } cases[] = {
+        {1, 1, 2, 0, 0, 0, 0, zemStatusBadData}, {2, 2, 2, 0, 0, 0, 0, zemStatusBadData},
+        {1, 0, 1, 2, 2, 2, 30, zemStatusBadData}, {1, 0, 1, 1, 0, 0, 30, zemStatusOk}, {0, 0, 1, 1, 0, 0, 0, zemStatusOk}};
+    for (const Case& c : cases) {
+        lens[0] = c.l0, lens[1] = c.l1, lens[256] = c.end, lens[288] = c.d0, lens[289] = c.d1, lens[290] = c.d2;
+        EXPECT_EQ(zemsInflateBuildHuffTable(lens.data(), 288, c.n_dist, &st), c.want) << c.l0 << c.l1 << c.end << c.d0;
+    }
 }
 
 TEST(InflateBuild, ChoosesTheLayoutByTheLongestCodes) {
@@ -377,7 +363,10 @@ TEST(InflateBuild, ChoosesTheLayoutByTheLongestCodes) {
 }
 
 TEST(InflateDecode, HandMadeBlocksInEveryLayout) {
-    const Bytes win = window_bytes(), hist = window_history(win);
+    // The window as history, oldest byte first, for a next write position of 7.
+    const Bytes win = zt::random_bytes(32768, 77);
+    Bytes hist(win.begin() + 7, win.end());
+    hist.insert(hist.end(), win.begin(), win.begin() + 7);
     std::vector<uint32_t> lit_syms = range(0, 40);
     for (uint32_t s : {100u, 200u, 255u, 256u, 257u, 264u, 265u, 268u, 272u, 276u, 277u, 280u, 281u, 284u, 285u}) lit_syms.push_back(s);
     struct Case { uint32_t lit_max, dist_max, n_dist; } cases[] = {{15, 15, 30}, {12, 9, 20}, {11, 10, 30}, {9, 6, 30}, {15, 5, 30}, {10, 15, 30}, {8, 1, 1}};
@@ -408,8 +397,7 @@ TEST(InflateDecode, OneCodeAlphabetsAndTheUnusedSymbols) {
         Bytes body = {0x00, 0xff}, ones(8, 0xff), many(5000, 0xff), big(70000, 0x11);
         Call c{body.data(), 2, big.data(), 10, 0, 0, 1};
         EXPECT_EQ(c.run(st), zemStatusOk);
-        EXPECT_EQ(c.mode, 0u);
-        EXPECT_EQ(c.room, 10u);
+        EXPECT_TRUE(c.mode == 0 && c.room == 10);
         // The other half of the one-bit code is no code at all, once enough bits are held to
         // tell (a compact table's unused entries keep what the record held before); with input
         // and room for the widest loop it is refused where it stands, nothing written for it.
@@ -480,15 +468,14 @@ TEST(InflateDecode, ResumesInsideAPairAndAMatch) {
     ASSERT_EQ(c.run(st), zemStatusOk);
     EXPECT_TRUE(c.mode == 2 && c.room == 0);
     c.room = 200;
-    ASSERT_EQ(c.run(st, 0, 100), zemStatusOk);
-    EXPECT_EQ(c.mode, 0u);
+    EXPECT_TRUE(c.run(st, 0, 100) == zemStatusOk && c.mode == 0);
     EXPECT_EQ(Bytes(out.begin(), out.begin() + 260), expect);
 }
 
 TEST(InflateDecode, LongCallsAgreeWithShortOnesOnAnyBody) {
     // Junk bodies decode to something until they fail: a call with room for the widest loop and
     // calls of a few bytes each must agree on the status and on every byte written before it.
-    const Bytes win = window_bytes();
+    const Bytes win = zt::random_bytes(32768, 77);
     for (uint64_t seed = 0; seed < 24; ++seed) {
         Bytes junk = zt::random_bytes(3000 + seed * 100, 100 + seed);
         zemInflateState st = build_state(random_code(286, range(0, 286), 9 + seed % 7, seed),
@@ -499,8 +486,7 @@ TEST(InflateDecode, LongCallsAgreeWithShortOnesOnAnyBody) {
         Bytes a = decode_body(st, junk, 200000, 0, seed, &whole);
         Bytes b = decode_body(st, junk, 200000, 7, seed, &small);
         EXPECT_EQ(whole, small) << seed;
-        size_t n = std::min(a.size(), b.size());
-        EXPECT_EQ(Bytes(a.begin(), a.begin() + ptrdiff_t(n)), Bytes(b.begin(), b.begin() + ptrdiff_t(n))) << seed;
+        EXPECT_TRUE(std::equal(a.begin(), a.begin() + ptrdiff_t(std::min(a.size(), b.size())), b.begin())) << seed;
     }
 }
 
@@ -516,9 +502,7 @@ TEST(InflateDecode, DistanceReferencesOutsideTheTableAreMalformed) {
         g->dist_tag[i] = uint8_t(zem::inflate::kDistSubTable | (1 + i % 5));
         g->dist_val[i] = uint16_t(i % 2 ? 0xFFFF : zem::inflate::kDistEntries - 1);
     }
-    for (uint32_t piece : {0u, 3u}) {
-        zemStatus s = 0;
-        decode_body(st, b.body, b.expect.size(), piece, piece, &s);
-        EXPECT_EQ(s, zemStatusBadData) << piece;
-    }
+    zemStatus whole = 0, small = 0;
+    decode_body(st, b.body, b.expect.size(), 0, 0, &whole), decode_body(st, b.body, b.expect.size(), 3, 3, &small);
+    EXPECT_TRUE(whole == zemStatusBadData && small == zemStatusBadData);
 }
