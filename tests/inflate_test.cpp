@@ -244,10 +244,12 @@ Block make_block(const std::vector<uint16_t>& lit, const std::vector<uint16_t>& 
     BitWriter w;
     Bytes all = history;
     for (size_t i = 0; i < n_ops; ++i) {
-        if (!lens.empty() && !dists.empty() && r.below(2)) {
-            uint32_t ls = lens[r.below(uint32_t(lens.size()))], ds = dists[r.below(uint32_t(dists.size()))];
+        if (!lens.empty() && !dists.empty() && (i == 0 || r.below(2))) {
+            uint32_t ls = lens[r.below(uint32_t(lens.size()))], ds = i ? dists[r.below(uint32_t(dists.size()))] : dists.back();
             uint32_t le = zi::kLengthExtra[ls - 257], de = zi::kDistExtra[ds];
             uint32_t lx = r.below(1u << le), dx = r.below(1u << de);
+            // The first match reaches the oldest byte of the history where its code can.
+            if (i == 0 && all.size() - zi::kDistBase[ds] < (1u << de)) dx = uint32_t(all.size() - zi::kDistBase[ds]);
             uint32_t len = zi::kLengthBase[ls - 257] + lx, d = zi::kDistBase[ds] + dx;
             if (d <= all.size()) {
                 w.code(lc[ls], lit[ls]), w.put(lx, le);
