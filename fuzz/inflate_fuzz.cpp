@@ -9,33 +9,27 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 4) return 0;
-    static uint8_t window[32768];
+    static uint8_t window[32768], out[1 << 16];
     zemInflateState st;
     memset(&st, 0, sizeof st);
-    uint32_t n_lit = 257 + data[0] % 32, n_dist = data[1] % 31;
-    uint32_t piece = 1 + data[2], room_piece = 1 + data[3];
-    data += 4;
-    size -= 4;
+    uint32_t n_lit = 257 + data[0] % 32, n_dist = data[1] % 31, piece = 1 + data[2], room_piece = 1 + data[3];
+    data += 4, size -= 4;
     uint16_t lens[320];
-    size_t n_lens = n_lit + n_dist;
-    size_t n_bytes = (n_lens + 1) / 2;
+    size_t n_lens = n_lit + n_dist, n_bytes = (n_lens + 1) / 2;
     if (size >= n_bytes) {
         // Two lengths a byte.
         for (size_t i = 0; i < n_lens; ++i) lens[i] = (data[i / 2] >> (i & 1 ? 4 : 0)) & 15;
-        data += n_bytes;
-        size -= n_bytes;
+        data += n_bytes, size -= n_bytes;
         if (zemsInflateBuildHuffTable(lens, n_lit, n_dist, &st) != zemStatusOk) st.tableKind = 0;
     }
     st.window = size & 1 ? window : nullptr;
     st.windowSize = st.window ? sizeof window : 0;
-    static uint8_t out[1 << 16];
     const uint8_t* src = data;
     uint32_t left = uint32_t(size), code = 0, bits = 0, mode = 0;
     size_t produced = 0;
     while (produced < sizeof out) {
-        uint32_t in_n = left < piece ? left : piece;
-        uint32_t room = uint32_t(sizeof out - produced < room_piece ? sizeof out - produced : room_piece);
-        uint32_t in_before = in_n, room_before = room;
+        uint32_t in_n = left < piece ? left : piece, in_before = in_n;
+        uint32_t room = uint32_t(sizeof out - produced < room_piece ? sizeof out - produced : room_piece), room_before = room;
         const uint8_t* src_before = src;
         uint8_t* dst = out + produced;
         zemStatus s = zemsInflate_8u(&src, &in_n, &code, &bits, 123, &dst, &room, uint32_t(produced), &mode, &st);

@@ -14,33 +14,25 @@ using zem::stream::InflateResult;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     Format f = data[0] % 3 == 0 ? Format::Raw : data[0] % 3 == 1 ? Format::Zlib : Format::Gzip;
-    size_t piece = 1 + data[1] % 64;
-    data += 2;
-    size -= 2;
+    size_t piece = 1 + data[1] % 64, n = 0;
+    data += 2, size -= 2;
     static uint8_t whole[1 << 17];
-    size_t n = 0;
     InflateResult r1 = zem::stream::inflate_buffer(f, data, size, whole, sizeof whole, &n);
 
     static zem::stream::Inflater* inf = new zem::stream::Inflater(f);
     *inf = zem::stream::Inflater(f);
     std::vector<uint8_t> got;
-    const uint8_t* in = data;
-    size_t in_left = size;
     uint8_t buf[64];
     InflateResult r2 = InflateResult::Ok;
     while (got.size() < sizeof whole) {
-        size_t give = in_left < piece ? in_left : piece;
-        size_t room = piece;
-        const uint8_t* p = in;
+        size_t give = size < piece ? size : piece, il = give, ol = piece;
         uint8_t* q = buf;
-        size_t il = give, ol = room;
-        r2 = inf->run(p, il, q, ol);
+        r2 = inf->run(data, il, q, ol);
         got.insert(got.end(), buf, q);
-        in_left -= give - il;
-        in = p;
-        if (r2 == InflateResult::End && f == Format::Gzip && in_left > 0) continue;  // another member
+        size -= give - il;
+        if (r2 == InflateResult::End && f == Format::Gzip && size > 0) continue;  // another member
         if (r2 != InflateResult::Ok) break;
-        if (il == give && ol == room && in_left == 0) break;
+        if (il == give && ol == piece && size == 0) break;
     }
     // Up to the smaller of the two lengths, both ways of decoding must have written the same.
     size_t common = got.size() < n ? got.size() : n;
