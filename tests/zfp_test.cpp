@@ -18,7 +18,6 @@ using Params = std::array<int32_t, 4>;  // minBits, maxBits, maxPrec, minExp
 const Params kDefault{0, 4171, 64, -10740};
 Params rate(int r) { return {64 * r, 64 * r, 64, -10740}; }
 Params precision(int p) { return {0, 4171, p, -10740}; }
-Params min_bits(int b) { return {b, 4171, 64, -10740}; }
 
 struct State {
     std::vector<uint8_t> mem = std::vector<uint8_t>(577);
@@ -48,7 +47,6 @@ std::vector<float> make_blocks(size_t count, uint64_t seed, int min_exp = -90, i
     zt::Rng r(seed);
     std::vector<float> v(count * 64);
     for (size_t b = 0; b < count; ++b) {
-        float* p = &v[b * 64];
         int kind = (int)r.below(7);
         float mag = ldexpf(1.0f, min_exp + (int)r.below((uint32_t)(max_exp - min_exp))), top = 0;
         double fx = r.below(100) / 50.0, fy = r.below(100) / 50.0, fz = r.below(100) / 50.0;
@@ -57,10 +55,10 @@ std::vector<float> make_blocks(size_t count, uint64_t seed, int min_exp = -90, i
             double smooth = sin(fx * (i & 3) + fy * ((i >> 2) & 3) + fz * (i >> 4) + b);
             double k[] = {smooth, smooth + 0.01 * u, u, r.below(8) ? 0.0 : u, 1.0,
                           u * ldexp(1.0, -(int)r.below(40)), i == 63 ? -1.0 : 1e-3 * smooth};
-            p[i] = float(mag * k[kind]);
-            top = fmaxf(top, fabsf(p[i]));
+            v[b * 64 + i] = float(mag * k[kind]);
+            top = fmaxf(top, fabsf(v[b * 64 + i]));
         }
-        if (top < ldexpf(1.0f, min_exp < -96 ? -200 : -96)) p[0] = mag;
+        if (top < ldexpf(1.0f, min_exp < -96 ? -200 : -96)) v[b * 64] = mag;
     }
     return v;
 }
@@ -192,7 +190,7 @@ TEST(ZfpState, FlushSizesAndHeaderBudgets) {
     // block, how many, parameters, buffer length, bits before the flush, its status, bytes and bits after
     const std::tuple<const float*, int, Params, size_t, uint64_t, zemStatus, int32_t, uint64_t> cases[] = {
                  {zeros, 0, kDefault, 24, 0, zemStatusOk, 0, 0},           {zeros, 3, kDefault, 24, 3, zemStatusOk, 8, 64},
-                 {zeros, 1, min_bits(100), 12, 100, zemStatusStreamEnd, 12, 100}, {zeros, 1, min_bits(100), 13, 100, zemStatusOk, 13, 104},
+                 {zeros, 1, Params{100, 4171, 64, -10740}, 12, 100, zemStatusStreamEnd, 12, 100}, {zeros, 1, Params{100, 4171, 64, -10740}, 13, 100, zemStatusOk, 13, 104},
                  {zeros, 1, rate(1), 24, 64, zemStatusOk, 8, 64},          {ones, 1, {0, 1, 64, -10740}, 24, 9, zemStatusOk, 8, 64},
                  {ones, 1, {0, 4171, 0, -10740}, 24, 1, zemStatusOk, 8, 64}};
     for (auto& [block, count, p, len, bits, flush, bytes, bitsAfter] : cases) {
@@ -318,9 +316,10 @@ TEST(ZfpDecode, PaddingSkipsAndHeldBits) {
     for (auto& [minBits, len, st, reader] : cases) {
         float out[64];
         State s;
-        s.init(bytes, len, min_bits(minBits), true);
+        s.init(bytes, len, {minBits, 4171, 64, -10740}, true);
         ASSERT_EQ(s.dec(out), st) << minBits << " " << len;
         if (st == zemStatusOk) EXPECT_EQ(s.reader(), reader) << minBits << " " << len;
+        if (st == zemStatusOk) EXPECT_EQ(std::vector<float>(out, out + 64), std::vector<float>(64)) << "an empty block is zeros";
         if (minBits == 64) EXPECT_EQ(s.dec(out), zemStatusStreamEnd) << "a word-sized empty block takes the whole word";
     }
     auto six = ours_encode(make_blocks(6, 19), rate(8));
