@@ -5,7 +5,6 @@
 #include <zfp.h>
 
 #include <array>
-#include <bit>
 #include <vector>
 
 #include "test_util.h"
@@ -123,16 +122,14 @@ void expect_interop(const std::vector<float>& blocks, const Params& p, const cha
     size_t n = zfp_stream_compressed_size(e.zs);
     auto ours = ours_encode(blocks, p);
     ASSERT_EQ(ours, word_padded(ref, n)) << what << " " << p[0] << " " << p[1] << " " << p[2];
-    ref.resize(n);
 
     std::vector<float> theirs(blocks.size());
     Ref d(ours.data(), ours.size(), p);
     for (size_t b = 0; b < count; ++b) zfp_decode_block_float_3(d.zs, &theirs[b * 64]);
     // Padding that ends within the last 8 bytes is defined to leave the reader on the skipped
     // bits, so a byte-ended stream with padding is read from a whole-word buffer.
-    auto back = ours_decode(p[0] <= 1 ? ref : ours, count, p);
-    for (size_t i = 0; i < back.size(); ++i)
-        ASSERT_EQ(std::bit_cast<uint32_t>(back[i]), std::bit_cast<uint32_t>(theirs[i])) << what << " value " << i;
+    auto back = ours_decode(p[0] <= 1 ? std::vector<uint8_t>(ref.begin(), ref.begin() + n) : ours, count, p);
+    ASSERT_EQ(0, memcmp(back.data(), theirs.data(), back.size() * 4)) << what << ": not the same bits";
 }
 
 }  // namespace
