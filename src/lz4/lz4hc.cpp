@@ -264,6 +264,9 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     if (s == start_low) {
         PlainProbe probe{ip, limit, s, room, best > 3 ? best : 3};
         for (; n > 0 && q - lo < span; --n) {
+            // The next link is read before this candidate's bytes are judged, so a mispredicted
+            // reject does not hold back the walk's one dependent load; the last step reads none.
+            const uint32_t next_q = n > 1 ? chain[q & kChainMask] : q;
             if (!kExtDict || q >= e.src_pos) {
                 if (probe.measure(base + q, q, m)) break;
             } else {
@@ -274,7 +277,7 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
                     probe.o = fwd;
                 }
             }
-            q = chain[q & kChainMask];
+            q = next_q;
         }
         return m;
     }
@@ -291,8 +294,9 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     if (vector_ok && (!kExtDict || lo >= e.src_pos) && wide_probe_fits(lo, mem_low_pos, back_room)) {
         const WideProbe probe(ip, limit, s, start_low, room);
         for (; n > 0 && q - lo < span; --n) {
+            const uint32_t next_q = n > 1 ? chain[q & kChainMask] : q;
             if (probe.measure(base + q, q, m)) break;
-            q = chain[q & kChainMask];
+            q = next_q;
         }
         return m;
     }
@@ -385,13 +389,15 @@ ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low
 
     // One step of each walk; each returns false when its walk is over.
     auto step_wide = [&]() __attribute__((always_inline)) -> bool {
+        const uint32_t next_q = n > 1 ? chain[q & kChainMask] : q;
         if (wide.measure(base + q, q, m)) return false;
-        q = chain[q & kChainMask];
+        q = next_q;
         return --n > 0 && q - lo < span;
     };
     auto step_plain = [&]() __attribute__((always_inline)) -> bool {
+        const uint32_t next_qt = nt > 1 ? chain[qt & kChainMask] : qt;
         if (plain.measure(base + qt, qt, mt)) return false;
-        qt = chain[qt & kChainMask];
+        qt = next_qt;
         return --nt > 0 && qt - lo_t < span_t;
     };
     bool on_w = n > 0 && q - lo < span;
