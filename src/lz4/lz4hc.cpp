@@ -22,9 +22,10 @@ inline constexpr uint32_t kHashMask = 0x7fff;
 inline constexpr uint32_t kChainMask = 0xffff;
 // One below the format's largest offset: the chain stops before it.
 inline constexpr uint32_t kMaxDistance = 65534;
-inline constexpr int32_t kMinMatch = 4;
-// The last five bytes are always literals, so no match reaches past E - 5.
-inline constexpr int32_t kLastLiterals = 5;
+// The block format's limits, as signed values for this file's position arithmetic: no match
+// shorter than four bytes, and the last five bytes always literals (no match reaches past E - 5).
+inline constexpr int32_t kMinMatch = (int32_t)lz4::kMinMatch;
+inline constexpr int32_t kLastLiterals = (int32_t)lz4::kLastLiterals;
 // A search position needs this much room before E - 5: the first comparison is one full
 // 32-byte load on each side.
 inline constexpr int32_t kSearchRoom = 32;
@@ -174,6 +175,16 @@ ZEM_INLINE uint32_t window_low(const Encoder& e, uint32_t s) {
     return lo;
 }
 
+// What every search does first: link the positions up to s, then decide whether a walk can
+// find anything. Returns the window's low end, or s when no candidate can beat `best` (the
+// current best already runs to the limit, or the window is empty).
+ZEM_INLINE uint32_t search_start(Encoder& e, uint32_t s, uint32_t start_low, int32_t best) {
+    insert_until(e, s);
+    if (best >= int32_t(e.limit - (e.base + start_low))) return s;
+    const uint32_t lo = window_low(e, s);
+    return lo < s ? lo : s;
+}
+
 // One candidate of a plain search at s from memory. Any longer match agrees on the four bytes
 // that end at the current best length: a quick reject that never drops a winner, and after the
 // first hit it rejects nearly every other candidate.
@@ -246,16 +257,13 @@ struct WideProbe {
 // reach back into the current one). Returns a match of length `best` when none is longer.
 template <bool kExtDict>
 ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best) {
-    insert_until(e, s);
     Match m{s, 0, best};
+    const uint32_t lo = search_start(e, s, start_low, best);
+    if (lo == s) return m;
     const uint8_t* const base = e.base;
     const uint8_t* const ip = base + s;
     const uint8_t* const limit = e.limit;
-    // No candidate can beat a match that already runs to the limit.
     const int32_t room = int32_t(limit - (base + start_low));
-    if (best >= room) return m;
-    const uint32_t lo = window_low(e, s);
-    if (lo >= s) return m;
     const uint32_t span = s - lo;
     const uint32_t* const chain = e.chain;
     uint32_t q = e.head[hash_at(ip)];
@@ -360,15 +368,13 @@ struct Pending {
 // to the wider search alone where its vector loop does not apply.
 ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low, int32_t best, Pending& next) {
     next.ready = false;
-    insert_until(e, s);
     Match m{s, 0, best};
+    const uint32_t lo = search_start(e, s, start_low, best);
+    if (lo == s) return m;
     const uint8_t* const base = e.base;
     const uint8_t* const ip = base + s;
     const uint8_t* const limit = e.limit;
     const int32_t room = int32_t(limit - (base + start_low));
-    if (best >= room) return m;
-    const uint32_t lo = window_low(e, s);
-    if (lo >= s) return m;
     if (!(limit - ip >= 32 && wide_probe_fits(lo, e.low, s - start_low))) return search<false>(e, s, start_low, best);
     const uint32_t span = s - lo;
     const uint32_t* const chain = e.chain;
