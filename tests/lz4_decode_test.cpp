@@ -230,6 +230,20 @@ TEST(Lz4Decode, EveryShortOffsetInBothLoops) {
     }
 }
 
+TEST(Lz4Decode, ShortLiteralsThatCrossTheOutputMarginHandTheMatchOver) {
+    // A short literal run is copied without a length test, so it may carry the output past the
+    // fast loop's margin; the match after it must still go to the careful loop, for every
+    // offset kind (pattern, short, wide, separate dictionary) and every crossing.
+    const Bytes dict = zt::random_bytes(100, 3);
+    for (int off : {1, 7, 20, 40, 90})
+        for (size_t lit = 1; lit < 15; ++lit)
+            for (size_t cap = 65; cap < 65 + 16; ++cap) {
+                const Bytes b = cat(seq(lit, 'x', off, 80), seq(40, 'e'));
+                check_against_model(b, cap, &dict, 100);
+                if (off <= (int)lit) check_against_model(b, cap);
+            }
+}
+
 TEST(Lz4Decode, TruncatedCorruptedAndRandomAgreeWithTheModel) {
     zt::Rng r(99);
     Bytes src = patterned(3000, 5), blk = liblz4(src, -1);

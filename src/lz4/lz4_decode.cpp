@@ -221,7 +221,9 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
             } while (x == 255);
         }
         len += kMinMatch;
-        if (ZEM_UNLIKELY(len >= size_t(olimit - op))) return {seq, seq_out, Exit::Careful};
+        // Signed: a short literal run is copied without a length test and may already have
+        // carried op past olimit. (len stays far below 2^63: at most 255 per input byte.)
+        if (ZEM_UNLIKELY(ptrdiff_t(len) >= olimit - op)) return {seq, seq_out, Exit::Careful};
         if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
             dict_match(b, op, offset, len);
         else
