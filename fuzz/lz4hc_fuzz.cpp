@@ -9,42 +9,8 @@
 
 #include <vector>
 
+#include "lz4_block_model.h"
 #include "zemdc.h"
-
-namespace {
-
-// Appends the block's bytes to `out`, which already holds the usable history; false on any
-// sequence that the format does not allow or that reaches before the history.
-bool decode(const uint8_t* b, size_t n, std::vector<uint8_t>& out) {
-    size_t i = 0;
-    while (i < n) {
-        uint8_t tok = b[i++];
-        size_t lit = tok >> 4;
-        if (lit == 15)
-            for (uint8_t x = 255; x == 255;) {
-                if (i >= n) return false;
-                lit += (x = b[i++]);
-            }
-        if (lit > n - i) return false;
-        out.insert(out.end(), b + i, b + i + lit);
-        i += lit;
-        if (i == n) break;
-        if (n - i < 2) return false;
-        size_t dist = b[i] | (size_t)b[i + 1] << 8;
-        i += 2;
-        size_t len = (tok & 15u) + 4;
-        if ((tok & 15) == 15)
-            for (uint8_t x = 255; x == 255;) {
-                if (i >= n) return false;
-                len += (x = b[i++]);
-            }
-        if (dist == 0 || dist > out.size()) return false;
-        for (size_t k = 0; k < len; ++k) out.push_back(out[out.size() - dist]);
-    }
-    return true;
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 8) return 0;
@@ -113,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (produced < 0 || produced > cap || len < 0 || len > src_len) abort();
     if ((st == zemStatusOk) != (len == src_len)) abort();
     std::vector<uint8_t> back(src - usable, src);
-    if (!decode(out.data(), (size_t)produced, back)) abort();
+    if (!fuzz::decode_block(out.data(), (size_t)produced, back)) abort();
     if (back.size() != (size_t)usable + (size_t)len) abort();
     if (len > 0 && memcmp(back.data() + usable, src, (size_t)len) != 0) abort();
     return 0;
