@@ -45,6 +45,9 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     return v;
 }
 
+// (v >> ctl[7:0]) & ((1 << ctl[15:8]) - 1) in one operation.
+ZEM_INLINE uint64_t bextr(uint64_t v, uint64_t ctl) { return __builtin_ia32_bextr_u64(v, ctl); }
+
 // BZHI keeps every bit for n of 64 or more.
 ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
@@ -205,17 +208,23 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 // chain from one lookup to the next. A call with much to decode first rewrites the record's
 // tables into 32-bit entries that the fast loop uses as they are:
 //   bits 0-5    bits the lookup consumes, code and extra bits together (shifts take their
-//               count modulo 64, so the flag bits above ride along unused)
+//               count modulo 64, so the flag bit above rides along unused)
 //   bit 6       not a literal or length: end of block, second-level reference or malformed
-//   bit 7       a literal
-//   bits 8-11   the code length, where the extra bits begin
+//   bits 8-15   literals and lengths: the index width of the table looked up next (literal/
+//               length after a literal, distance after a length). With bits 0-7 this is the
+//               control word of BEXTR, which takes the next index from the bits before the
+//               shift: one operation between a load and the next, not a shift and a mask
+//   bits 16-31  the literal byte, the length (9 bits), the distance
+//   bits 25-28  lengths: the code length, where the extra bits begin
+//   bit 31      a literal (a sign test)
+// Distance entries keep their code length in bits 8-11 instead. Specials use bits 12 and 13:
 //   bit 12      a second-level reference (bits 0-3 its width, bits 16-31 its position)
 //   bit 13      the end of block
-//   bits 16-31  the literal byte, the length, the distance
 // Second-level entries are never references again, and anything that the record's decoder
 // would refuse becomes bit 6 alone.
 constexpr uint32_t kFastSpecial = 0x40;
-constexpr uint32_t kFastLiteral = 0x80;
+constexpr uint32_t kFastLiteral = 0x80000000u;
+constexpr uint32_t kFastLenShift = 25;
 constexpr uint32_t kFastSub = 0x1000;
 constexpr uint32_t kFastEob = 0x2000;
 // The general layout's rewritten literal/length root is 11 bits wide, one more than the record's:
@@ -242,16 +251,19 @@ ZEM_INLINE __m256i in_range(__m256i x, uint32_t lo, uint32_t hi) {
 ZEM_INLINE __m256i pick(__m256i acc, __m256i mask, __m256i e) { return _mm256_blendv_epi8(acc, e, mask); }
 
 // A literal/length entry from code length n, kind (0 literal, 8 + e length, eob_kind the end of
-// block) and value v, eight at a time.
-ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_kind) {
+// block) and value v, eight at a time; lit_w and dist_w are the widths of the tables looked up
+// after a literal and after a length.
+ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_kind, uint32_t lit_w,
+                               uint32_t dist_w) {
     const __m256i v16 = _mm256_slli_epi32(v, 16);
     __m256i e = v8(kFastSpecial);
-    __m256i lit = _mm256_or_si256(_mm256_or_si256(n, v8(kFastLiteral)), v16);
+    __m256i lit = _mm256_or_si256(_mm256_or_si256(n, v8(kFastLiteral | lit_w << 8)), v16);
     e = pick(e, _mm256_andnot_si256(_mm256_cmpeq_epi32(n, _mm256_setzero_si256()),
                                     _mm256_cmpeq_epi32(kind, _mm256_setzero_si256())),
              lit);
-    __m256i len = _mm256_or_si256(_mm256_add_epi32(n, _mm256_sub_epi32(kind, v8(8))), _mm256_slli_epi32(n, 8));
-    len = _mm256_or_si256(len, _mm256_add_epi32(v16, v8(3u << 16)));
+    __m256i len = _mm256_or_si256(_mm256_add_epi32(n, _mm256_sub_epi32(kind, v8(8))),
+                                  _mm256_slli_epi32(n, kFastLenShift));
+    len = _mm256_or_si256(len, _mm256_add_epi32(v16, v8(3u << 16 | dist_w << 8)));
     e = pick(e, in_range(kind, 8, 13), len);
     e = pick(e, _mm256_cmpeq_epi32(kind, v8(eob_kind)), _mm256_or_si256(n, v8(kFastSpecial | kFastEob)));
     return e;
@@ -271,7 +283,8 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
     for (uint32_t i = 0; i <= c.lit_mask; i += 8) {
         __m256i w = words8(c.lit + i);
         __m256i e = lit_entries(_mm256_and_si256(w, v8(15)), _mm256_and_si256(_mm256_srli_epi32(w, 4), v8(15)),
-                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4);
+                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, uint32_t(_mm_popcnt_u32(c.lit_mask)),
+                                uint32_t(_mm_popcnt_u32(c.dist_mask)));
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
     for (uint32_t i = 0; i <= c.dist_mask; i += 8)
@@ -285,7 +298,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     for (uint32_t i = 0; i < kLitEntries; i += 8) {
         __m256i t = bytes8(g.lit_tag + i), v = bytes8(g.lit_val + i);
         __m256i kind = _mm256_srli_epi32(t, 4);
-        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4);
+        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4, kFastRootBits, kRootBits);
         if (i < kRootSize) {
             __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
             sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
@@ -308,7 +321,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
                 // The code length: where the extra bits begin for a length, the bits consumed
                 // for a literal or the end of block; references and malformed entries stay.
                 __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
-                __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, 8), plain), v8(15));
+                __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, kFastLenShift), plain), v8(15));
                 __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
                 ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
                                                            v8(kFastSpecial | kFastEob)));
@@ -518,7 +531,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     const uint32_t* const dtab = ft.lit + kFastLitEntries;
     static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
-    const uint64_t dist_mask = kGeneral ? kRootSize - 1 : ft.dist_mask;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
     auto safe_refills = [&] {
@@ -536,11 +548,15 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc |= 56;                          \
     } while (0)
 #define ZEM_LOOKUP() e = lit[bb & lit_mask]
-#define ZEM_LITERAL()                    \
-    do {                                 \
-        bb >>= (e & 63);                 \
-        bc -= e;                         \
-        *out++ = uint8_t(e >> 16);       \
+    // The next entry's index comes from the bits before the shift, so that its load waits for
+    // one operation only.
+#define ZEM_LITERAL()                                  \
+    do {                                               \
+        const uint32_t next = lit[bextr(bb, e)]; \
+        bb >>= (e & 63);                               \
+        bc -= e;                                       \
+        *out++ = uint8_t(e >> 16);                     \
+        e = next;                                      \
     } while (0)
     ZEM_REFILL();
     uint32_t e;
@@ -548,14 +564,11 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     for (;;) {
         if (e & kFastLiteral) {
             ZEM_LITERAL();
-            ZEM_LOOKUP();
             if (e & kFastLiteral) {
                 ZEM_LITERAL();
-                ZEM_LOOKUP();
                 if (e & kFastLiteral) {
                     ZEM_LITERAL();
                     if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-                    ZEM_LOOKUP();
                     ZEM_REFILL();
                     continue;
                 }
@@ -582,8 +595,8 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         uint64_t saved = bb;
         bb >>= (e & 63);
         bc -= e;
-        uint32_t de = dtab[bb & dist_mask];
-        uint32_t mlen = (e >> 16) + uint32_t(_bzhi_u64(saved, e) >> ((e >> 8) & 63));
+        uint32_t de = dtab[bextr(saved, e)];
+        uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> ((e >> kFastLenShift) & 15));
         if (ZEM_UNLIKELY(de & kFastSpecial)) {
             if (de & kFastSub) de = dtab[(de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15)];
             if (de & kFastSpecial) {
