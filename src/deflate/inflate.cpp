@@ -217,7 +217,9 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bits 16-31  the literal byte, the length (9 bits), the distance
 //   bits 25-28  lengths: the code length, where the extra bits begin
 //   bit 31      a literal (a sign test)
-// Distance entries keep their code length in bits 8-11 instead. Specials use bits 12 and 13:
+// Distance entries hold the literal/length width in bits 8-15 likewise and their code length in
+// bits 16-19; their distances lie in a 16-bit array beside them, read with the same index off
+// the chain. Specials use bits 12 and 13:
 //   bit 12      a second-level reference (bits 0-3 its width, bits 16-31 its position)
 //   bit 13      the end of block
 // Second-level entries are never references again, and anything that the record's decoder
@@ -238,6 +240,7 @@ static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit)
 struct alignas(32) FastTables {
     uint32_t lit[kFastLitEntries];
     uint32_t dist[kDistEntries];
+    uint16_t dist_val[kDistEntries];
     uint32_t lit_mask, dist_mask;
 };
 
@@ -269,11 +272,12 @@ ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_
     return e;
 }
 
-// A distance entry from its byte ((extra << 4) | code length) and its distance, eight at a time.
-ZEM_INLINE __m256i dist_entries(__m256i t, __m256i d) {
+// A distance entry from its byte ((extra << 4) | code length), eight at a time; lit_w is the
+// width of the literal/length table looked up after it.
+ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
     __m256i n = _mm256_and_si256(t, v8(15));
-    __m256i e = _mm256_or_si256(_mm256_add_epi32(n, _mm256_srli_epi32(t, 4)), _mm256_slli_epi32(n, 8));
-    e = _mm256_or_si256(e, _mm256_slli_epi32(d, 16));
+    __m256i e = _mm256_or_si256(_mm256_add_epi32(n, _mm256_srli_epi32(t, 4)), _mm256_slli_epi32(n, 16));
+    e = _mm256_or_si256(e, v8(lit_w << 8));
     return pick(v8(kFastSpecial), _mm256_cmpgt_epi32(v8(kDistTagMax + 1), t), e);
 }
 
@@ -287,8 +291,11 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
                                 uint32_t(_mm_popcnt_u32(c.dist_mask)));
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
-    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
-        _mm256_store_si256((__m256i*)(ft.dist + i), dist_entries(bytes8(c.dist_kind + i), words8(c.dist_base + i)));
+    for (uint32_t i = 0; i <= c.dist_mask; i += 8) {
+        _mm256_store_si256((__m256i*)(ft.dist + i),
+                           dist_entries(bytes8(c.dist_kind + i), uint32_t(_mm_popcnt_u32(c.lit_mask))));
+        _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(c.dist_base + i)));
+    }
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
 }
@@ -332,7 +339,8 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
         }
     for (uint32_t i = 0; i < kDistEntries; i += 8) {
         __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
-        __m256i e = dist_entries(t, d);
+        __m256i e = dist_entries(t, kFastRootBits);
+        _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(g.dist_val + i)));
         if (i < kRootSize) {
             // A reference must lead to a table that lies wholly inside the distance part.
             __m256i w = _mm256_and_si256(t, v8(7));
@@ -529,7 +537,9 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     // One base register for both tables.
     const uint32_t* const lit = ft.lit;
     const uint32_t* const dtab = ft.lit + kFastLitEntries;
-    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
+    const uint16_t* const dval = reinterpret_cast<const uint16_t*>(ft.lit + kFastLitEntries + kDistEntries);
+    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4 &&
+                  offsetof(FastTables, dist_val) == (kFastLitEntries + kDistEntries) * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
@@ -595,10 +605,14 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         uint64_t saved = bb;
         bb >>= (e & 63);
         bc -= e;
-        uint32_t de = dtab[bextr(saved, e)];
+        size_t di = bextr(saved, e);
+        uint32_t de = dtab[di];
         uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> ((e >> kFastLenShift) & 15));
         if (ZEM_UNLIKELY(de & kFastSpecial)) {
-            if (de & kFastSub) de = dtab[(de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15)];
+            if (de & kFastSub) {
+                di = (de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
+                de = dtab[di];
+            }
             if (de & kFastSpecial) {
                 why = kFastBad;
                 break;
@@ -607,7 +621,9 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         saved = bb;
         bb >>= (de & 63);
         bc -= de;
-        uint32_t d = (de >> 16) + uint32_t(_bzhi_u64(saved, de) >> ((de >> 8) & 63));
+        // The next entry straight from the bits before the distance, as after a literal.
+        e = lit[bextr(saved, de)];
+        uint32_t d = dval[di] + uint32_t(_bzhi_u64(saved, de) >> ((de >> 16) & 15));
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
@@ -615,7 +631,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
                 copy_wide(dst, d, mlen);
                 break;
             }
-            ZEM_LOOKUP();
             ZEM_REFILL();
             copy_wide(dst, d, mlen);
             continue;
@@ -626,7 +641,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         }
         out += mlen;
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-        ZEM_LOOKUP();
         ZEM_REFILL();
     }
 #undef ZEM_REFILL
