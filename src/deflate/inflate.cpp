@@ -217,9 +217,10 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bits 16-31  the literal byte, the length (9 bits), the distance
 //   bits 25-28  lengths: the code length, where the extra bits begin
 //   bit 31      a literal (a sign test)
+// so that in a length entry the bits above the code length are clear.
 // Distance entries hold the literal/length width in bits 8-15 likewise and their code length in
-// bits 16-19; their distances lie in a 16-bit array beside them, read with the same index off
-// the chain. Specials use bits 12 and 13:
+// bits 16-19, with nothing above it; their distances lie in a 16-bit array beside them, read
+// with the same index off the chain. Specials use bits 12 and 13:
 //   bit 12      a second-level reference (bits 0-3 its width, bits 16-31 its position)
 //   bit 13      the end of block
 // Second-level entries are never references again, and anything that the record's decoder
@@ -607,7 +608,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc -= e;
         size_t di = bextr(saved, e);
         uint32_t de = dtab[di];
-        uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> ((e >> kFastLenShift) & 15));
+        uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
         if (ZEM_UNLIKELY(de & kFastSpecial)) {
             if (de & kFastSub) {
                 di = (de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
@@ -623,7 +624,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc -= de;
         // The next entry straight from the bits before the distance, as after a literal.
         e = lit[bextr(saved, de)];
-        uint32_t d = dval[di] + uint32_t(_bzhi_u64(saved, de) >> ((de >> 16) & 15));
+        uint32_t d = dval[di] + uint32_t(_bzhi_u64(saved, de) >> (de >> 16));
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
