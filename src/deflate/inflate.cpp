@@ -555,7 +555,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
 #define ZEM_REFILL()                       \
     do {                                   \
         bb |= load64(in) << (bc & 63);     \
-        in += (~bc & 63) >> 3;             \
+        in += 7 - bextr(bc, 3 | 3 << 8);   \
         bc |= 56;                          \
     } while (0)
 #define ZEM_LOOKUP() e = lit[bb & lit_mask]
