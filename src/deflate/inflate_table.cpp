@@ -105,25 +105,30 @@ constexpr LitSym lit_sym(uint32_t s, uint8_t eob_kind) {
 template <class Put, class Ref>
 constexpr void build_two_level(const uint16_t* lens, uint32_t n, Code c, uint32_t first_sub, Put put, Ref ref) {
     first_codes(c);
-    // Filled before they are read (rev for coded symbols, the others only with long codes),
-    // so they are not cleared: that would cost more than a block's build otherwise does.
-    uint16_t rev[288];
+    // Codes of up to 10 bits go to the root at once; the longer ones wait until the widths of
+    // their second-level tables are known. Filled before they are read (the others only with
+    // long codes), so they are not cleared: that would cost more than a block's build
+    // otherwise does.
     uint8_t sub_width[kRootSize];
     uint16_t sub_pos[kRootSize];
     uint16_t prefixes[288];  // the 10-bit prefixes of long codes, each once
-    uint32_t n_prefixes = 0;
+    uint16_t long_sym[288], long_rev[288];
+    uint32_t n_prefixes = 0, n_long = 0;
     if (c.max > kRootBits)
         for (auto& w : sub_width) w = 0;
     for (uint32_t s = 0; s < n; ++s) {
         uint32_t l = len_of(lens, s);
         if (!l) continue;
         uint32_t r = reverse(c.next[l]++, l);
-        rev[s] = uint16_t(r);
-        if (l > kRootBits) {
-            uint32_t p = r & (kRootSize - 1);
-            if (!sub_width[p]) prefixes[n_prefixes++] = uint16_t(p);
-            if (l - kRootBits > sub_width[p]) sub_width[p] = uint8_t(l - kRootBits);
+        if (l <= kRootBits) {
+            put(s, r, l, 0u, kRootSize);
+            continue;
         }
+        long_sym[n_long] = uint16_t(s);
+        long_rev[n_long++] = uint16_t(r);
+        uint32_t p = r & (kRootSize - 1);
+        if (!sub_width[p]) prefixes[n_prefixes++] = uint16_t(p);
+        if (l - kRootBits > sub_width[p]) sub_width[p] = uint8_t(l - kRootBits);
     }
     uint32_t pos = first_sub;
     for (uint32_t k = 0; k < n_prefixes; ++k) {
@@ -132,18 +137,11 @@ constexpr void build_two_level(const uint16_t* lens, uint32_t n, Code c, uint32_
         ref(p, pos, sub_width[p]);
         pos += 1u << sub_width[p];
     }
-    for (uint32_t s = 0; s < n; ++s) {
-        uint32_t l = len_of(lens, s);
-        if (!l) continue;
-        uint32_t r = rev[s];
-        if (l <= kRootBits) {
-            put(s, r, l, 0u, kRootSize);
-        } else {
-            uint32_t p = r & (kRootSize - 1);
-            uint32_t w = sub_width[p];
-            for (uint32_t i = r >> kRootBits; i < (1u << w); i += 1u << (l - kRootBits))
-                put(s, 0u, l, sub_pos[p] + i, 0u);
-        }
+    for (uint32_t k = 0; k < n_long; ++k) {
+        uint32_t s = long_sym[k], r = long_rev[k], l = len_of(lens, s);
+        uint32_t p = r & (kRootSize - 1);
+        uint32_t w = sub_width[p];
+        for (uint32_t i = r >> kRootBits; i < (1u << w); i += 1u << (l - kRootBits)) put(s, 0u, l, sub_pos[p] + i, 0u);
     }
 }
 
@@ -204,17 +202,22 @@ constexpr void build_general(const uint16_t* lens, uint32_t n_lit, uint32_t n_di
             g.lit_tag[idx] = uint8_t(y.kind | y.extra << 4 | l);
             return;
         }
-        const uint32_t end = spread_lit_root ? 1 : root;
+        // Spread roots take each code once, at its reversed code.
         if (y.extra && l + y.extra <= kRootBits) {
             uint32_t lt = l + y.extra;
             for (uint32_t x = 0; x < (1u << y.extra); ++x)
-                for (uint32_t i = r | x << l; i < (spread_lit_root ? (r | x << l) + 1 : end); i += 1u << lt) {
+                for (uint32_t i = r | x << l; i < (spread_lit_root ? (r | x << l) + 1 : root); i += 1u << lt) {
                     g.lit_val[i] = uint8_t(y.value + x);
                     g.lit_tag[i] = uint8_t(kKindLength | lt);
                 }
             return;
         }
-        for (uint32_t i = r; i < (spread_lit_root ? r + 1 : end); i += 1u << l) {
+        if (spread_lit_root) {
+            g.lit_val[r] = y.value;
+            g.lit_tag[r] = uint8_t(y.kind | y.extra << 4 | l);
+            return;
+        }
+        for (uint32_t i = r; i < root; i += 1u << l) {
             g.lit_val[i] = y.value;
             g.lit_tag[i] = uint8_t(y.kind | y.extra << 4 | l);
         }
