@@ -303,41 +303,44 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
 
 void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     const GeneralTables& g = *gv.g;
-    for (uint32_t i = 0; i < kLitEntries; i += 8) {
+    // The second-level tables first, so that the root can take entries from them as it goes.
+    for (uint32_t i = kRootSize; i < kLitEntries; i += 8) {
         __m256i t = bytes8(g.lit_tag + i), v = bytes8(g.lit_val + i);
-        __m256i kind = _mm256_srli_epi32(t, 4);
-        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4, kFastRootBits, kRootBits);
-        if (i < kRootSize) {
-            __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
-            sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
-            e = pick(e, _mm256_cmpeq_epi32(kind, v8(kKindSubTable >> 4)), sub);
-        }
-        _mm256_store_si256((__m256i*)(ft.lit + (i < kRootSize ? i : i - kRootSize + kFastRootSize)), e);
+        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), _mm256_srli_epi32(t, 4), v, kKindEobGeneral >> 4,
+                                kFastRootBits, kRootBits);
+        _mm256_store_si256((__m256i*)(ft.lit + i - kRootSize + kFastRootSize), e);
     }
     for (uint32_t i = kFastRootSize + kLitEntries - kRootSize; i < kFastLitEntries; i += 8)
         _mm256_store_si256((__m256i*)(ft.lit + i), v8(kFastSpecial));
-    // The upper half of the root first: it copies the lower half as the record's 10 bits see it.
-    for (uint32_t half = 2; half-- > 0;)
-        for (uint32_t i = 0; i < kRootSize; i += 8) {
-            const __m256i r = _mm256_load_si256((const __m256i*)(ft.lit + i));
-            const __m256i is_sub = _mm256_cmpeq_epi32(_mm256_and_si256(r, v8(kFastSpecial | kFastSub)),
-                                                      v8(kFastSpecial | kFastSub));
-            __m256i e = r;
-            if (!_mm256_testz_si256(is_sub, is_sub)) {
-                __m256i idx = _mm256_add_epi32(_mm256_srli_epi32(r, 16), _mm256_min_epu32(_mm256_and_si256(r, v8(15)), v8(half)));
-                __m256i s = _mm256_mask_i32gather_epi32(r, (const int*)ft.lit, idx, is_sub, 4);
-                // The code length: where the extra bits begin for a length, the bits consumed
-                // for a literal or the end of block; references and malformed entries stay.
-                __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
-                __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, kFastLenShift), plain), v8(15));
-                __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
-                ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
-                                                           v8(kFastSpecial | kFastEob)));
-                ok = _mm256_and_si256(_mm256_and_si256(ok, is_sub), _mm256_cmpgt_epi32(v8(kFastRootBits + 1), len));
-                e = pick(r, ok, s);
-            }
-            _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), e);
+    // Each entry of the record's root serves both halves of the 11-bit root; the halves differ
+    // only where a reference can be resolved by the one more bit that the upper half sees.
+    for (uint32_t i = 0; i < kRootSize; i += 8) {
+        __m256i t = bytes8(g.lit_tag + i), v = bytes8(g.lit_val + i);
+        __m256i kind = _mm256_srli_epi32(t, 4);
+        __m256i r = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4, kFastRootBits, kRootBits);
+        __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
+        sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
+        const __m256i is_sub = _mm256_cmpeq_epi32(kind, v8(kKindSubTable >> 4));
+        r = pick(r, is_sub, sub);
+        if (_mm256_testz_si256(is_sub, is_sub)) {
+            _mm256_store_si256((__m256i*)(ft.lit + i), r);
+            _mm256_store_si256((__m256i*)(ft.lit + kRootSize + i), r);
+            continue;
         }
+        for (uint32_t half = 0; half < 2; ++half) {
+            __m256i idx = _mm256_add_epi32(_mm256_srli_epi32(r, 16), _mm256_min_epu32(_mm256_and_si256(r, v8(15)), v8(half)));
+            __m256i s = _mm256_mask_i32gather_epi32(r, (const int*)ft.lit, idx, is_sub, 4);
+            // The code length: where the extra bits begin for a length, the bits consumed
+            // for a literal or the end of block; references and malformed entries stay.
+            __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
+            __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, kFastLenShift), plain), v8(15));
+            __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
+            ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
+                                                       v8(kFastSpecial | kFastEob)));
+            ok = _mm256_and_si256(_mm256_and_si256(ok, is_sub), _mm256_cmpgt_epi32(v8(kFastRootBits + 1), len));
+            _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), pick(r, ok, s));
+        }
+    }
     for (uint32_t i = 0; i < kDistEntries; i += 8) {
         __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
         __m256i e = dist_entries(t, kFastRootBits);
