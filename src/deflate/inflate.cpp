@@ -568,7 +568,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     // one operation only.
 #define ZEM_LITERAL()                                  \
     do {                                               \
-        const uint32_t next = lit[bextr(bb, e)]; \
+        const uint32_t next = lit[bextr(bb, e)];       \
         bb >>= (e & 63);                               \
         bc -= e;                                       \
         *out++ = uint8_t(e >> 16);                     \
