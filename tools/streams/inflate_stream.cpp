@@ -239,8 +239,7 @@ bool Inflater::dyn_lens(Call& c) {
             c.need(bb, bc, 14);
         }
         uint32_t e = clen_table_[bb & 127];
-        uint32_t l = e & 15, sym = e >> 4;
-        uint32_t x = sym < 16 ? 0 : sym == 16 ? 2 : sym == 17 ? 3 : 7;
+        uint32_t l = e & 15, x = (e >> 4) & 15, sym = e >> 8;
         if (l + x > bc) {
             more = false;
             break;
@@ -498,7 +497,9 @@ InflateResult Inflater::run(const uint8_t*& in, size_t& in_len, uint8_t*& out, s
                     if (!l) continue;
                     uint32_t code = next[l]++, r = 0;
                     for (uint32_t i = 0; i < l; ++i) r |= ((code >> i) & 1) << (l - 1 - i);
-                    for (uint32_t i = r; i < 128; i += 1u << l) clen_table_[i] = uint16_t(s << 4 | l);
+                    // The repeat symbols carry their count of repeat bits beside the length.
+                    uint32_t x = s < 16 ? 0 : s == 16 ? 2 : s == 17 ? 3 : 7;
+                    for (uint32_t i = r; i < 128; i += 1u << l) clen_table_[i] = uint16_t(s << 8 | x << 4 | l);
                 }
                 n_have_ = 0;
                 step_ = Step::DynLens;
