@@ -29,8 +29,21 @@ constexpr Rev8 make_rev8() {
 }
 constexpr Rev8 kRev8 = make_rev8();
 
+// Codes of up to 10 bits, nearly all of a block's, reverse with one lookup.
+struct Rev10 {
+    uint16_t v[1u << kRootBits];
+};
+constexpr Rev10 make_rev10() {
+    Rev10 t{};
+    for (uint32_t i = 0; i < (1u << kRootBits); ++i)
+        t.v[i] = uint16_t((uint32_t(kRev8.v[i & 0xff]) << 8 | kRev8.v[i >> 8]) >> (16 - kRootBits));
+    return t;
+}
+constexpr Rev10 kRev10 = make_rev10();
+
 // The code read least significant bit first: the first bit of the code ends up in bit 0.
 constexpr uint32_t reverse(uint32_t code, uint32_t len) {
+    if (len <= kRootBits) return uint32_t(kRev10.v[code & ((1u << kRootBits) - 1)]) >> (kRootBits - len);
     uint32_t r16 = uint32_t(kRev8.v[code & 0xff]) << 8 | kRev8.v[(code >> 8) & 0xff];
     return r16 >> (16 - len);
 }
