@@ -343,7 +343,11 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
             _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), pick(r, ok, s));
         }
     }
+    __m256i any_ref = _mm256_setzero_si256();
     for (uint32_t i = 0; i < kDistEntries; i += 8) {
+        // Distance codes rarely pass 10 bits: without a reference nothing reaches the
+        // second-level part.
+        if (i == kRootSize && _mm256_testz_si256(any_ref, any_ref)) break;
         __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
         __m256i e = dist_entries(t, kFastRootBits);
         _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(g.dist_val + i)));
@@ -355,6 +359,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
             ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(kDistEntries + 1), end));
             __m256i sub = _mm256_or_si256(_mm256_or_si256(w, v8(kFastSpecial | kFastSub)), _mm256_slli_epi32(d, 16));
             e = pick(e, ok, sub);
+            any_ref = _mm256_or_si256(any_ref, ok);
         }
         _mm256_store_si256((__m256i*)(ft.dist + i), e);
     }
