@@ -45,6 +45,9 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     return v;
 }
 
+// (v >> ctl[7:0]) & ((1 << ctl[15:8]) - 1) in one operation.
+ZEM_INLINE uint64_t bextr(uint64_t v, uint64_t ctl) { return __builtin_ia32_bextr_u64(v, ctl); }
+
 // BZHI keeps every bit for n of 64 or more.
 ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 
@@ -167,10 +170,12 @@ ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
         if (ZEM_LIKELY(len <= 32)) return;
         out += 32;
         src += 32;
+        // Two steps a turn: half the loop branches of a long match.
         do {
             copy16(out, src);
-            out += 16;
-            src += 16;
+            copy16(out + 16, src + 16);
+            out += 32;
+            src += 32;
         } while (out < end);
         return;
     }
@@ -205,17 +210,26 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 // chain from one lookup to the next. A call with much to decode first rewrites the record's
 // tables into 32-bit entries that the fast loop uses as they are:
 //   bits 0-5    bits the lookup consumes, code and extra bits together (shifts take their
-//               count modulo 64, so the flag bits above ride along unused)
+//               count modulo 64, so the flag bit above rides along unused)
 //   bit 6       not a literal or length: end of block, second-level reference or malformed
-//   bit 7       a literal
-//   bits 8-11   the code length, where the extra bits begin
+//   bits 8-15   literals and lengths: the index width of the table looked up next (literal/
+//               length after a literal, distance after a length). With bits 0-7 this is the
+//               control word of BEXTR, which takes the next index from the bits before the
+//               shift: one operation between a load and the next, not a shift and a mask
+//   bits 16-31  the literal byte, the length (9 bits), the distance
+//   bits 25-28  lengths: the code length, where the extra bits begin
+//   bit 31      a literal (a sign test)
+// so that in a length entry the bits above the code length are clear.
+// Distance entries hold the literal/length width in bits 8-15 likewise and their code length in
+// bits 16-19, with nothing above it; their distances lie in a 16-bit array beside them, read
+// with the same index off the chain. Specials use bits 12 and 13:
 //   bit 12      a second-level reference (bits 0-3 its width, bits 16-31 its position)
 //   bit 13      the end of block
-//   bits 16-31  the literal byte, the length, the distance
 // Second-level entries are never references again, and anything that the record's decoder
 // would refuse becomes bit 6 alone.
 constexpr uint32_t kFastSpecial = 0x40;
-constexpr uint32_t kFastLiteral = 0x80;
+constexpr uint32_t kFastLiteral = 0x80000000u;
+constexpr uint32_t kFastLenShift = 25;
 constexpr uint32_t kFastSub = 0x1000;
 constexpr uint32_t kFastEob = 0x2000;
 // The general layout's rewritten literal/length root is 11 bits wide, one more than the record's:
@@ -229,6 +243,7 @@ static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit)
 struct alignas(32) FastTables {
     uint32_t lit[kFastLitEntries];
     uint32_t dist[kDistEntries];
+    uint16_t dist_val[kDistEntries];
     uint32_t lit_mask, dist_mask;
 };
 
@@ -242,26 +257,30 @@ ZEM_INLINE __m256i in_range(__m256i x, uint32_t lo, uint32_t hi) {
 ZEM_INLINE __m256i pick(__m256i acc, __m256i mask, __m256i e) { return _mm256_blendv_epi8(acc, e, mask); }
 
 // A literal/length entry from code length n, kind (0 literal, 8 + e length, eob_kind the end of
-// block) and value v, eight at a time.
-ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_kind) {
+// block) and value v, eight at a time; lit_w and dist_w are the widths of the tables looked up
+// after a literal and after a length.
+ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_kind, uint32_t lit_w,
+                               uint32_t dist_w) {
     const __m256i v16 = _mm256_slli_epi32(v, 16);
     __m256i e = v8(kFastSpecial);
-    __m256i lit = _mm256_or_si256(_mm256_or_si256(n, v8(kFastLiteral)), v16);
+    __m256i lit = _mm256_or_si256(_mm256_or_si256(n, v8(kFastLiteral | lit_w << 8)), v16);
     e = pick(e, _mm256_andnot_si256(_mm256_cmpeq_epi32(n, _mm256_setzero_si256()),
                                     _mm256_cmpeq_epi32(kind, _mm256_setzero_si256())),
              lit);
-    __m256i len = _mm256_or_si256(_mm256_add_epi32(n, _mm256_sub_epi32(kind, v8(8))), _mm256_slli_epi32(n, 8));
-    len = _mm256_or_si256(len, _mm256_add_epi32(v16, v8(3u << 16)));
+    __m256i len = _mm256_or_si256(_mm256_add_epi32(n, _mm256_sub_epi32(kind, v8(8))),
+                                  _mm256_slli_epi32(n, kFastLenShift));
+    len = _mm256_or_si256(len, _mm256_add_epi32(v16, v8(3u << 16 | dist_w << 8)));
     e = pick(e, in_range(kind, 8, 13), len);
     e = pick(e, _mm256_cmpeq_epi32(kind, v8(eob_kind)), _mm256_or_si256(n, v8(kFastSpecial | kFastEob)));
     return e;
 }
 
-// A distance entry from its byte ((extra << 4) | code length) and its distance, eight at a time.
-ZEM_INLINE __m256i dist_entries(__m256i t, __m256i d) {
+// A distance entry from its byte ((extra << 4) | code length), eight at a time; lit_w is the
+// width of the literal/length table looked up after it.
+ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
     __m256i n = _mm256_and_si256(t, v8(15));
-    __m256i e = _mm256_or_si256(_mm256_add_epi32(n, _mm256_srli_epi32(t, 4)), _mm256_slli_epi32(n, 8));
-    e = _mm256_or_si256(e, _mm256_slli_epi32(d, 16));
+    __m256i e = _mm256_or_si256(_mm256_add_epi32(n, _mm256_srli_epi32(t, 4)), _mm256_slli_epi32(n, 16));
+    e = _mm256_or_si256(e, v8(lit_w << 8));
     return pick(v8(kFastSpecial), _mm256_cmpgt_epi32(v8(kDistTagMax + 1), t), e);
 }
 
@@ -271,55 +290,67 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
     for (uint32_t i = 0; i <= c.lit_mask; i += 8) {
         __m256i w = words8(c.lit + i);
         __m256i e = lit_entries(_mm256_and_si256(w, v8(15)), _mm256_and_si256(_mm256_srli_epi32(w, 4), v8(15)),
-                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4);
+                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, uint32_t(_mm_popcnt_u32(c.lit_mask)),
+                                uint32_t(_mm_popcnt_u32(c.dist_mask)));
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
-    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
-        _mm256_store_si256((__m256i*)(ft.dist + i), dist_entries(bytes8(c.dist_kind + i), words8(c.dist_base + i)));
+    for (uint32_t i = 0; i <= c.dist_mask; i += 8) {
+        _mm256_store_si256((__m256i*)(ft.dist + i),
+                           dist_entries(bytes8(c.dist_kind + i), uint32_t(_mm_popcnt_u32(c.lit_mask))));
+        _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(c.dist_base + i)));
+    }
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
 }
 
 void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     const GeneralTables& g = *gv.g;
-    for (uint32_t i = 0; i < kLitEntries; i += 8) {
+    // The second-level tables first, so that the root can take entries from them as it goes.
+    for (uint32_t i = kRootSize; i < kLitEntries; i += 8) {
         __m256i t = bytes8(g.lit_tag + i), v = bytes8(g.lit_val + i);
-        __m256i kind = _mm256_srli_epi32(t, 4);
-        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4);
-        if (i < kRootSize) {
-            __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
-            sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
-            e = pick(e, _mm256_cmpeq_epi32(kind, v8(kKindSubTable >> 4)), sub);
-        }
-        _mm256_store_si256((__m256i*)(ft.lit + (i < kRootSize ? i : i - kRootSize + kFastRootSize)), e);
+        __m256i e = lit_entries(_mm256_and_si256(t, v8(15)), _mm256_srli_epi32(t, 4), v, kKindEobGeneral >> 4,
+                                kFastRootBits, kRootBits);
+        _mm256_store_si256((__m256i*)(ft.lit + i - kRootSize + kFastRootSize), e);
     }
     for (uint32_t i = kFastRootSize + kLitEntries - kRootSize; i < kFastLitEntries; i += 8)
         _mm256_store_si256((__m256i*)(ft.lit + i), v8(kFastSpecial));
-    // The upper half of the root first: it copies the lower half as the record's 10 bits see it.
-    for (uint32_t half = 2; half-- > 0;)
-        for (uint32_t i = 0; i < kRootSize; i += 8) {
-            const __m256i r = _mm256_load_si256((const __m256i*)(ft.lit + i));
-            const __m256i is_sub = _mm256_cmpeq_epi32(_mm256_and_si256(r, v8(kFastSpecial | kFastSub)),
-                                                      v8(kFastSpecial | kFastSub));
-            __m256i e = r;
-            if (!_mm256_testz_si256(is_sub, is_sub)) {
-                __m256i idx = _mm256_add_epi32(_mm256_srli_epi32(r, 16), _mm256_min_epu32(_mm256_and_si256(r, v8(15)), v8(half)));
-                __m256i s = _mm256_mask_i32gather_epi32(r, (const int*)ft.lit, idx, is_sub, 4);
-                // The code length: where the extra bits begin for a length, the bits consumed
-                // for a literal or the end of block; references and malformed entries stay.
-                __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
-                __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, 8), plain), v8(15));
-                __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
-                ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
-                                                           v8(kFastSpecial | kFastEob)));
-                ok = _mm256_and_si256(_mm256_and_si256(ok, is_sub), _mm256_cmpgt_epi32(v8(kFastRootBits + 1), len));
-                e = pick(r, ok, s);
-            }
-            _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), e);
+    // Each entry of the record's root serves both halves of the 11-bit root; the halves differ
+    // only where a reference can be resolved by the one more bit that the upper half sees.
+    for (uint32_t i = 0; i < kRootSize; i += 8) {
+        __m256i t = bytes8(g.lit_tag + i), v = bytes8(g.lit_val + i);
+        __m256i kind = _mm256_srli_epi32(t, 4);
+        __m256i r = lit_entries(_mm256_and_si256(t, v8(15)), kind, v, kKindEobGeneral >> 4, kFastRootBits, kRootBits);
+        __m256i sub = _mm256_or_si256(_mm256_and_si256(t, v8(7)), v8(kFastSpecial | kFastSub));
+        sub = _mm256_or_si256(sub, _mm256_slli_epi32(_mm256_add_epi32(_mm256_add_epi32(v, v), v8(kFastRootSize)), 16));
+        const __m256i is_sub = _mm256_cmpeq_epi32(kind, v8(kKindSubTable >> 4));
+        r = pick(r, is_sub, sub);
+        if (_mm256_testz_si256(is_sub, is_sub)) {
+            _mm256_store_si256((__m256i*)(ft.lit + i), r);
+            _mm256_store_si256((__m256i*)(ft.lit + kRootSize + i), r);
+            continue;
         }
+        for (uint32_t half = 0; half < 2; ++half) {
+            __m256i idx = _mm256_add_epi32(_mm256_srli_epi32(r, 16), _mm256_min_epu32(_mm256_and_si256(r, v8(15)), v8(half)));
+            __m256i s = _mm256_mask_i32gather_epi32(r, (const int*)ft.lit, idx, is_sub, 4);
+            // The code length: where the extra bits begin for a length, the bits consumed
+            // for a literal or the end of block; references and malformed entries stay.
+            __m256i plain = _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
+            __m256i len = _mm256_and_si256(_mm256_blendv_epi8(s, _mm256_srli_epi32(s, kFastLenShift), plain), v8(15));
+            __m256i ok = _mm256_or_si256(plain, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastLiteral)), v8(kFastLiteral)));
+            ok = _mm256_or_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(s, v8(kFastSpecial | kFastEob | kFastSub)),
+                                                       v8(kFastSpecial | kFastEob)));
+            ok = _mm256_and_si256(_mm256_and_si256(ok, is_sub), _mm256_cmpgt_epi32(v8(kFastRootBits + 1), len));
+            _mm256_store_si256((__m256i*)(ft.lit + half * kRootSize + i), pick(r, ok, s));
+        }
+    }
+    __m256i any_ref = _mm256_setzero_si256();
     for (uint32_t i = 0; i < kDistEntries; i += 8) {
+        // Distance codes rarely pass 10 bits: without a reference nothing reaches the
+        // second-level part.
+        if (i == kRootSize && _mm256_testz_si256(any_ref, any_ref)) break;
         __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
-        __m256i e = dist_entries(t, d);
+        __m256i e = dist_entries(t, kFastRootBits);
+        _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(g.dist_val + i)));
         if (i < kRootSize) {
             // A reference must lead to a table that lies wholly inside the distance part.
             __m256i w = _mm256_and_si256(t, v8(7));
@@ -328,6 +359,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
             ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(kDistEntries + 1), end));
             __m256i sub = _mm256_or_si256(_mm256_or_si256(w, v8(kFastSpecial | kFastSub)), _mm256_slli_epi32(d, 16));
             e = pick(e, ok, sub);
+            any_ref = _mm256_or_si256(any_ref, ok);
         }
         _mm256_store_si256((__m256i*)(ft.dist + i), e);
     }
@@ -516,9 +548,10 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     // One base register for both tables.
     const uint32_t* const lit = ft.lit;
     const uint32_t* const dtab = ft.lit + kFastLitEntries;
-    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
+    const uint16_t* const dval = reinterpret_cast<const uint16_t*>(ft.lit + kFastLitEntries + kDistEntries);
+    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4 &&
+                  offsetof(FastTables, dist_val) == (kFastLitEntries + kDistEntries) * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
-    const uint64_t dist_mask = kGeneral ? kRootSize - 1 : ft.dist_mask;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
     auto safe_refills = [&] {
@@ -532,15 +565,19 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
 #define ZEM_REFILL()                       \
     do {                                   \
         bb |= load64(in) << (bc & 63);     \
-        in += (~bc & 63) >> 3;             \
+        in += 7 - bextr(bc, 3 | 3 << 8);   \
         bc |= 56;                          \
     } while (0)
 #define ZEM_LOOKUP() e = lit[bb & lit_mask]
-#define ZEM_LITERAL()                    \
-    do {                                 \
-        bb >>= (e & 63);                 \
-        bc -= e;                         \
-        *out++ = uint8_t(e >> 16);       \
+    // The next entry's index comes from the bits before the shift, so that its load waits for
+    // one operation only.
+#define ZEM_LITERAL()                                  \
+    do {                                               \
+        const uint32_t next = lit[bextr(bb, e)];       \
+        bb >>= (e & 63);                               \
+        bc -= e;                                       \
+        *out++ = uint8_t(e >> 16);                     \
+        e = next;                                      \
     } while (0)
     ZEM_REFILL();
     uint32_t e;
@@ -548,14 +585,11 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     for (;;) {
         if (e & kFastLiteral) {
             ZEM_LITERAL();
-            ZEM_LOOKUP();
             if (e & kFastLiteral) {
                 ZEM_LITERAL();
-                ZEM_LOOKUP();
                 if (e & kFastLiteral) {
                     ZEM_LITERAL();
                     if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-                    ZEM_LOOKUP();
                     ZEM_REFILL();
                     continue;
                 }
@@ -582,10 +616,14 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         uint64_t saved = bb;
         bb >>= (e & 63);
         bc -= e;
-        uint32_t de = dtab[bb & dist_mask];
-        uint32_t mlen = (e >> 16) + uint32_t(_bzhi_u64(saved, e) >> ((e >> 8) & 63));
+        size_t di = bextr(saved, e);
+        uint32_t de = dtab[di];
+        uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
         if (ZEM_UNLIKELY(de & kFastSpecial)) {
-            if (de & kFastSub) de = dtab[(de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15)];
+            if (de & kFastSub) {
+                di = (de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
+                de = dtab[di];
+            }
             if (de & kFastSpecial) {
                 why = kFastBad;
                 break;
@@ -594,7 +632,9 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         saved = bb;
         bb >>= (de & 63);
         bc -= de;
-        uint32_t d = (de >> 16) + uint32_t(_bzhi_u64(saved, de) >> ((de >> 8) & 63));
+        // The next entry straight from the bits before the distance, as after a literal.
+        e = lit[bextr(saved, de)];
+        uint32_t d = dval[di] + uint32_t(_bzhi_u64(saved, de) >> (de >> 16));
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
@@ -602,7 +642,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
                 copy_wide(dst, d, mlen);
                 break;
             }
-            ZEM_LOOKUP();
             ZEM_REFILL();
             copy_wide(dst, d, mlen);
             continue;
@@ -613,7 +652,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         }
         out += mlen;
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-        ZEM_LOOKUP();
         ZEM_REFILL();
     }
 #undef ZEM_REFILL

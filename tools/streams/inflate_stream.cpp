@@ -220,11 +220,26 @@ bool Inflater::dyn_lens(Call& c) {
     uint64_t bb = bb_;
     uint32_t bc = bc_, have = n_have_;
     bool ok = true, more = true;
+    // Far from the end of the input, eight bytes at once fill the buffer for the next few
+    // symbols without a loop; the bytes the loop then leaves whole go back to the input.
+    size_t taken = 0;
     while (have < total) {
-        c.need(bb, bc, 14);
+        // A symbol and its repeat bits take at most 14 bits.
+        if (bc >= 14) {
+        } else if (c.in_len >= 8) {
+            uint64_t w;
+            memcpy(&w, c.in, 8);
+            bb |= w << bc;
+            size_t k = (63 - bc) >> 3;
+            c.in += k;
+            c.in_len -= k;
+            taken += k;
+            bc += uint32_t(8 * k);
+        } else {
+            c.need(bb, bc, 14);
+        }
         uint32_t e = clen_table_[bb & 127];
-        uint32_t l = e & 15, sym = e >> 4;
-        uint32_t x = sym < 16 ? 0 : sym == 16 ? 2 : sym == 17 ? 3 : 7;
+        uint32_t l = e & 15, x = (e >> 4) & 15, sym = e >> 8;
         if (l + x > bc) {
             more = false;
             break;
@@ -243,6 +258,14 @@ bool Inflater::dyn_lens(Call& c) {
         }
         uint16_t val = sym == 16 ? lens_[have - 1] : 0;
         while (rep--) lens_[have++] = val;
+    }
+    {
+        size_t k = bc >> 3;
+        if (k > taken) k = taken;
+        c.in -= k;
+        c.in_len += k;
+        bc -= uint32_t(8 * k);
+        bb &= (uint64_t(1) << bc) - 1;  // bc is below 64 here
     }
     bb_ = bb;
     bc_ = bc;
@@ -474,7 +497,9 @@ InflateResult Inflater::run(const uint8_t*& in, size_t& in_len, uint8_t*& out, s
                     if (!l) continue;
                     uint32_t code = next[l]++, r = 0;
                     for (uint32_t i = 0; i < l; ++i) r |= ((code >> i) & 1) << (l - 1 - i);
-                    for (uint32_t i = r; i < 128; i += 1u << l) clen_table_[i] = uint16_t(s << 4 | l);
+                    // The repeat symbols carry their count of repeat bits beside the length.
+                    uint32_t x = s < 16 ? 0 : s == 16 ? 2 : s == 17 ? 3 : 7;
+                    for (uint32_t i = r; i < 128; i += 1u << l) clen_table_[i] = uint16_t(s << 8 | x << 4 | l);
                 }
                 n_have_ = 0;
                 step_ = Step::DynLens;

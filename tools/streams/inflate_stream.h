@@ -85,7 +85,7 @@ class Inflater {
     uint32_t stored_left_ = 0;
     uint32_t n_lit_ = 0, n_dist_ = 0, n_clen_ = 0, n_have_ = 0;
     uint8_t clens_[19];
-    uint16_t clen_table_[128];  // code-length code: symbol << 4 | length, by 7 reversed bits
+    uint16_t clen_table_[128];  // by 7 reversed bits: symbol << 8 | repeat bits << 4 | code length
     uint16_t lens_[288 + 32];
     // history window (not used with contiguous output)
     uint32_t win_have_ = 0, win_next_ = 0;
