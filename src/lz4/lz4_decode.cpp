@@ -176,28 +176,34 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
         unsigned next_token;
         __asm__("movzbl 3(%1,%2), %0" : "=r"(next_token) : "r"(seq), "r"(lit));
         // Kept apart from the token chain for the same reason.
-        const uint8_t* next = ip + 3;
+        const uint8_t* next = seq + 3;
         __asm__("" : "+r"(next));
-        ++ip;
         if (ZEM_LIKELY(lit < kRunMask)) {
-            copy16(ip, op);
+            copy16(seq + 1, op);
             // The common sequence: a short literal run and a short match from at least 16
             // bytes back, copied with two fixed 16-byte copies and one combined test. (The
             // second copy reads only bytes that the first has written or that precede it.)
+            // Every address here is one base and one index, so that no instruction of this
+            // path only computes an address: it is short enough that their count, not the
+            // chain, sets its speed.
             if constexpr (K != Dict::External) {
-                const size_t offset = load16(ip + lit);
+                const size_t offset = load16(seq + 1 + lit);
                 const size_t len = token & kRunMask;
                 uint8_t* const mop = op + lit;
                 if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & in_reach(offset, mop))) {
-                    copy16(mop - offset, mop);
-                    copy16(mop - offset + 16, mop + 16);
+                    const uint8_t* m = mop - offset;
+                    __asm__("" : "+r"(m));
+                    copy16(m, mop);
+                    copy16(m + 16, mop + 16);
                     ip = next + lit;
                     op = mop + len + kMinMatch;
                     token = next_token;
                     continue;
                 }
             }
+            ++ip;
         } else {
+            ++ip;
             unsigned x;
             do {
                 if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
