@@ -157,47 +157,65 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
     const uint8_t* const low = b.low;
     const uint8_t* const ilimit = b.src + b.src_len - kInMargin<K>;
     uint8_t* const olimit = b.out + b.cap - kOutMargin;
-    uint8_t* stop = olimit;
+    // The common sequence writes up to 14 literals and then 64 match bytes: it needs 16 bytes
+    // more than the margin.
+    uint8_t* const ostop = olimit - 16;
+    uint8_t* stop = ostop;
     if constexpr (!Far) {
-        if (olimit - low > ptrdiff_t(kMaxOffset) + 1) stop = const_cast<uint8_t*>(low) + kMaxOffset + 1;
+        if (ostop - low > ptrdiff_t(kMaxOffset) + 1) stop = const_cast<uint8_t*>(low) + kMaxOffset + 1;
     }
     auto in_reach = [&](size_t offset, const uint8_t* at) { return Far || ptrdiff_t(offset) <= at - low; };
-    // The token is loaded one sequence ahead: see below.
-    unsigned token = ip < ilimit ? *ip : 0;
+    // The token's two nibbles, read one sequence ahead: see below.
+    size_t lit = 0, len = 0;
+    if (ip < ilimit) {
+        lit = *ip >> 4;
+        len = *ip & kRunMask;
+    }
     while (ip < ilimit && op < stop) {
         const uint8_t* const seq = ip;
         uint8_t* const seq_out = op;
-        size_t lit = token >> 4;
-        // The next token in the common case (short literals, short match), loaded straight
-        // from this token's literal count, so that the loop-carried chain is load, shift, load.
-        // Computing the address first and loading from it would put an add in that chain on
-        // every sequence. The byte lies at most 18 bytes past the token, inside the margin.
-        // (Input bytes are never written, so the load needs no ordering against the stores.)
-        unsigned next_token;
-        __asm__("movzbl 3(%1,%2), %0" : "=r"(next_token) : "r"(seq), "r"(lit));
+        // The two bytes after the literals and the offset, loaded straight from the literal
+        // count, so that the loop-carried chain is load, bit-field extract, load. They are the
+        // next token, or a match-length extension byte and the next token. Computing the
+        // address first and loading from it would put an add in that chain on every sequence.
+        // They lie at most 19 bytes past the token, inside the margin. (Input bytes are never
+        // written, so the load needs no ordering against the stores.)
+        uint64_t after;
+        __asm__("movzwl 3(%1,%2), %k0" : "=r"(after) : "r"(seq), "r"(lit));
         // Kept apart from the token chain for the same reason.
         const uint8_t* next = seq + 3;
         __asm__("" : "+r"(next));
         if (ZEM_LIKELY(lit < kRunMask)) {
             copy16(seq + 1, op);
-            // The common sequence: a short literal run and a short match from at least 16
-            // bytes back, copied with two fixed 16-byte copies and one combined test. (The
-            // second copy reads only bytes that the first has written or that precede it.)
-            // Every address here is one base and one index, so that no instruction of this
-            // path only computes an address: it is short enough that their count, not the
-            // chain, sets its speed.
+            // The common sequence: a short literal run and a match of at most 64 bytes (one
+            // extension byte at most) from at least 32 bytes back, copied with two fixed
+            // 32-byte copies and one combined test, without a branch on the length. Taking the
+            // matches with one extension byte here as well, by selecting rather than
+            // branching, is what keeps text-like and record-like data on this path alike.
+            // (The second copy reads only bytes that the first has written or that precede
+            // it.) Every address here is one base and one index.
             if constexpr (K != Dict::External) {
                 const size_t offset = load16(seq + 1 + lit);
-                const size_t len = token & kRunMask;
+                // Arithmetic, not a choice: the compiler would otherwise split the path on it.
+                size_t ext = len == kRunMask;
+                __asm__("" : "+r"(ext));
+                // The extension byte's bits, and where the next token starts in `after`.
+                const uint64_t shift = ext * 8;
+                const size_t mlen = len + kMinMatch + _bzhi_u64(after, unsigned(shift));
                 uint8_t* const mop = op + lit;
-                if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & in_reach(offset, mop))) {
+                if (ZEM_LIKELY((mlen <= 64) & (offset >= 16) & in_reach(offset, mop))) {
                     const uint8_t* m = mop - offset;
                     __asm__("" : "+r"(m));
                     copy16(m, mop);
                     copy16(m + 16, mop + 16);
-                    ip = next + lit;
-                    op = mop + len + kMinMatch;
-                    token = next_token;
+                    copy16(m + 32, mop + 32);
+                    copy16(m + 48, mop + 48);
+                    ip = next + lit + ext;
+                    op = mop + mlen;
+                    // Bit-field extracts with the control words (start | length << 8) built
+                    // directly, off the chain.
+                    lit = __builtin_ia32_bextr_u64(after, shift + 0x404);
+                    len = __builtin_ia32_bextr_u64(after, shift + 0x400);
                     continue;
                 }
             }
@@ -225,7 +243,6 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
         const size_t offset = load16(ip);
         ip += 2;
         if (ZEM_UNLIKELY(!in_reach(offset, op))) return {ip, op, Exit::Error};
-        size_t len = token & kRunMask;
         if (ZEM_UNLIKELY(len == kRunMask)) {
             unsigned x;
             do {
@@ -243,9 +260,11 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
         else
             wild_match(op, offset, len);
         op += len;
-        token = *ip;  // within the margin: ip has not reached ilimit yet or the loop ends
+        // Within the margin: ip has not reached ilimit yet or the loop ends.
+        lit = *ip >> 4;
+        len = *ip & kRunMask;
     }
-    if (!Far && stop != olimit && ip < ilimit && op >= stop) return {ip, op, Exit::Far};
+    if (!Far && stop != ostop && ip < ilimit && op >= stop) return {ip, op, Exit::Far};
     return {ip, op, Exit::Careful};
 }
 
