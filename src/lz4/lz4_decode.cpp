@@ -197,20 +197,21 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
             if constexpr (K != Dict::External) {
                 const size_t offset = load16(seq + 1 + lit);
                 // Arithmetic, not a choice: the compiler would otherwise split the path on it.
-                size_t ext = len == kRunMask;
+                size_t ext = (len + 1) >> 4;  // len == 15
                 __asm__("" : "+r"(ext));
                 // The extension byte's bits, and where the next token starts in `after`.
                 const uint64_t shift = ext * 8;
                 const size_t mlen = len + kMinMatch + _bzhi_u64(after, unsigned(shift));
                 uint8_t* const mop = op + lit;
                 if (ZEM_LIKELY((mlen <= 64) & (offset >= 16) & in_reach(offset, mop))) {
-                    const uint8_t* m = mop - offset;
-                    __asm__("" : "+r"(m));
-                    copy16(m, mop);
-                    copy16(m + 16, mop + 16);
-                    copy16(m + 32, mop + 32);
-                    copy16(m + 48, mop + 48);
-                    ip = next + lit + ext;
+                    // Addressed as mop plus a negative index: one instruction for the source.
+                    size_t back = 0 - offset;
+                    __asm__("" : "+r"(back));
+                    copy16(mop + back, mop);
+                    copy16(mop + back + 16, mop + 16);
+                    copy16(mop + back + 32, mop + 32);
+                    copy16(mop + back + 48, mop + 48);
+                    ip = seq + 3 + (lit + ext);
                     op = mop + mlen;
                     // Bit-field extracts with the control words (start | length << 8) built
                     // directly, off the chain.
