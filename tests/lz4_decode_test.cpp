@@ -230,6 +230,33 @@ TEST(Lz4Decode, EveryShortOffsetInBothLoops) {
     }
 }
 
+TEST(Lz4Decode, ShortSequencesAroundTheOneExtensionByteLimit) {
+    // Short literal runs before matches of up to 64 bytes take the fast loop's shortest path,
+    // extension byte included; 65 bytes and more, or an extension byte of 255, do not. Every
+    // combination in one block, with distinct literals so that a wrong source shows, against
+    // the model at a roomy and an exact capacity.
+    zt::Rng r(17);
+    Bytes b = seq(300, 0, 1, 4);
+    for (size_t i = 3; i < 303; ++i) b[i] = uint8_t(r.next());  // after the token and 2 extension bytes
+    size_t out_len = 304;
+    for (size_t lit : {0, 1, 7, 14})
+        for (size_t mlen : {4, 18, 19, 20, 33, 48, 63, 64, 65, 100, 273, 274, 530})
+            for (int off : {16, 17, 31, 32, 33, 47, 63, 64, 65, 299}) {
+                Bytes s = seq(lit, 0, off, mlen);
+                for (size_t i = 0; i < lit; ++i) s[1 + i] = uint8_t(r.next());
+                b = cat(b, s);
+                out_len += lit + mlen;
+            }
+    b = cat(b, seq(40, 'e'));
+    out_len += 40;
+    check_against_model(b, out_len + 300);
+    check_against_model(b, out_len);
+    int32_t produced = int32_t(out_len + 300);
+    Bytes out(out_len + 300);
+    ASSERT_EQ(zemsDecodeLZ4_8u(b.data(), (int32_t)b.size(), out.data(), &produced), 0);  // the whole block
+    ASSERT_EQ(produced, (int32_t)out_len);
+}
+
 TEST(Lz4Decode, ShortLiteralsThatCrossTheOutputMarginHandTheMatchOver) {
     // A short literal run is copied without a length test, so it may carry the output past the
     // fast loop's margin; the match after it must still go to the careful loop, for every
