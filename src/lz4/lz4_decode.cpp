@@ -139,32 +139,38 @@ template <Dict K>
 constexpr size_t kInMargin = K == Dict::Prefix ? 32 : 33;
 constexpr size_t kOutMargin = 64;
 
-enum class Exit { Careful, Error, Far };
+enum class Exit { Careful, Error, Stop };
 
 struct Cursor {
     const uint8_t* ip;
     uint8_t* op;
     Exit exit;
+    size_t longs;  // matches with extension bytes seen
 };
 
+// The common sequence writes up to 14 literals and then up to 64 match bytes: the fast loop
+// stops this much before the output margin.
+constexpr size_t kWideRoom = 16;
+
 // The fast loop, on its own so that its few live values all stay in registers. Returns where
-// the careful loop goes on (at the token of a handed-over sequence), or an offset error.
+// the careful loop goes on (at the token of a handed-over sequence), an offset error, or
+// `Stop` where the output reached `stop` with both margins still kept.
+//
 // Matches are checked against the start of the history only while it lies less than 64 KiB
-// behind: from there on (`Far`) no 16-bit offset can reach before it, and the loop is left to
-// run again without that test.
-template <Dict K, bool Far>
-ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
+// behind: from there on (`Far`) no 16-bit offset can reach before it.
+//
+// `Wide` chooses the common sequence. Both take short literal runs (no extension byte). The
+// narrow one takes matches of at most 18 bytes and copies 32; it mispredicts on every match
+// with an extension byte. The wide one also takes matches of up to 64 bytes with one
+// extension byte, chosen by arithmetic rather than by a branch, and copies 64; on text, where
+// such matches are rare, its extra stores cost more than the mispredictions it saves.
+template <Dict K, bool Far, bool Wide>
+ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op, uint8_t* const stop) {
     const uint8_t* const low = b.low;
     const uint8_t* const ilimit = b.src + b.src_len - kInMargin<K>;
     uint8_t* const olimit = b.out + b.cap - kOutMargin;
-    // The common sequence writes up to 14 literals and then 64 match bytes: it needs 16 bytes
-    // more than the margin.
-    uint8_t* const ostop = olimit - 16;
-    uint8_t* stop = ostop;
-    if constexpr (!Far) {
-        if (ostop - low > ptrdiff_t(kMaxOffset) + 1) stop = const_cast<uint8_t*>(low) + kMaxOffset + 1;
-    }
     auto in_reach = [&](size_t offset, const uint8_t* at) { return Far || ptrdiff_t(offset) <= at - low; };
+    size_t longs = 0;
     // The token's two nibbles, read one sequence ahead: see below.
     size_t lit = 0, len = 0;
     if (ip < ilimit) {
@@ -174,63 +180,77 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
     while (ip < ilimit && op < stop) {
         const uint8_t* const seq = ip;
         uint8_t* const seq_out = op;
-        // The two bytes after the literals and the offset, loaded straight from the literal
-        // count, so that the loop-carried chain is load, bit-field extract, load. They are the
-        // next token, or a match-length extension byte and the next token. Computing the
-        // address first and loading from it would put an add in that chain on every sequence.
-        // They lie at most 19 bytes past the token, inside the margin. (Input bytes are never
-        // written, so the load needs no ordering against the stores.)
+        // The byte after the literals and the offset (two with `Wide`: an extension byte may
+        // come first), loaded straight from the literal count, so that the loop-carried chain
+        // of the common sequence is load, shift, load. Computing the address first and loading
+        // from it would put an add in that chain on every sequence. They lie at most 19 bytes
+        // past the token, inside the margin. (Input bytes are never written, so the load needs
+        // no ordering against the stores.)
         uint64_t after;
-        __asm__("movzwl 3(%1,%2), %k0" : "=r"(after) : "r"(seq), "r"(lit));
-        // Kept apart from the token chain for the same reason.
-        const uint8_t* next = seq + 3;
-        __asm__("" : "+r"(next));
+        if constexpr (Wide)
+            __asm__("movzwl 3(%1,%2), %k0" : "=r"(after) : "r"(seq), "r"(lit));
+        else
+            __asm__("movzbl 3(%1,%2), %k0" : "=r"(after) : "r"(seq), "r"(lit));
         if (ZEM_LIKELY(lit < kRunMask)) {
             copy16(seq + 1, op);
-            // The common sequence: a short literal run and a match of at most 64 bytes (one
-            // extension byte at most) from at least 32 bytes back, copied with two fixed
-            // 32-byte copies and one combined test, without a branch on the length. Taking the
-            // matches with one extension byte here as well, by selecting rather than
-            // branching, is what keeps text-like and record-like data on this path alike.
-            // (The second copy reads only bytes that the first has written or that precede
-            // it.) Every address here is one base and one index.
+            // The common sequence, copied with fixed copies and one combined test. (A match
+            // copy reads only bytes that an earlier copy has written or that precede it.)
+            // Every address here is one base and one index.
             if constexpr (K != Dict::External) {
                 const size_t offset = load16(seq + 1 + lit);
-                // Arithmetic, not a choice: the compiler would otherwise split the path on it.
-                size_t ext = (len + 1) >> 4;  // len == 15
-                __asm__("" : "+r"(ext));
-                // The extension byte's bits, and where the next token starts in `after`.
-                const uint64_t shift = ext * 8;
-                const size_t mlen = len + kMinMatch + _bzhi_u64(after, unsigned(shift));
                 uint8_t* const mop = op + lit;
-                if (ZEM_LIKELY((mlen <= 64) & (offset >= 16) & in_reach(offset, mop))) {
-                    // Addressed as mop plus a negative index: one instruction for the source.
-                    size_t back = 0 - offset;
-                    __asm__("" : "+r"(back));
-                    copy16(mop + back, mop);
-                    copy16(mop + back + 16, mop + 16);
-                    copy16(mop + back + 32, mop + 32);
-                    copy16(mop + back + 48, mop + 48);
-                    ip = seq + 3 + (lit + ext);
-                    op = mop + mlen;
-                    // Bit-field extracts with the control words (start | length << 8) built
-                    // directly, off the chain.
-                    lit = __builtin_ia32_bextr_u64(after, shift + 0x404);
-                    len = __builtin_ia32_bextr_u64(after, shift + 0x400);
-                    continue;
+                // Addressed as mop plus a negative index: one instruction for the source.
+                ptrdiff_t back = -ptrdiff_t(offset);
+                if constexpr (Wide) {
+                    // Arithmetic, not a choice: the compiler would otherwise split the path.
+                    size_t ext = (len + 1) >> 4;  // len == 15
+                    __asm__("" : "+r"(ext));
+                    // The extension byte's bits, and where the next token starts in `after`.
+                    const uint64_t shift = ext * 8;
+                    const size_t mlen = len + kMinMatch + _bzhi_u64(after, unsigned(shift));
+                    if (ZEM_LIKELY((mlen <= 64) & (offset >= 16) & in_reach(offset, mop))) {
+                        __asm__("" : "+r"(back));
+                        copy16(mop + back, mop);
+                        copy16(mop + back + 16, mop + 16);
+                        copy16(mop + back + 32, mop + 32);
+                        copy16(mop + back + 48, mop + 48);
+                        longs += ext;
+                        ip = seq + 3 + (lit + ext);
+                        op = mop + mlen;
+                        // Bit-field extracts with the control words (start | length << 8)
+                        // built directly, off the chain.
+                        lit = __builtin_ia32_bextr_u64(after, shift + 0x404);
+                        len = __builtin_ia32_bextr_u64(after, shift + 0x400);
+                        continue;
+                    }
+                } else {
+                    if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & in_reach(offset, mop))) {
+                        __asm__("" : "+r"(back));
+                        copy16(mop + back, mop);
+                        copy16(mop + back + 16, mop + 16);
+                        // Kept apart from the token chain: a three-part address would add
+                        // latency to it.
+                        const uint8_t* next = seq + 3;
+                        __asm__("" : "+r"(next));
+                        ip = next + lit;
+                        op = mop + len + kMinMatch;
+                        lit = after >> 4;
+                        len = after & kRunMask;
+                        continue;
+                    }
                 }
             }
-            ++ip;
+            ip = seq + 1;
         } else {
-            ++ip;
+            ip = seq + 1;
             unsigned x;
             do {
-                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful, longs};
                 x = *ip++;
                 lit += x;
             } while (x == 255);
             if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op)))
-                return {seq, seq_out, Exit::Careful};
+                return {seq, seq_out, Exit::Careful, longs};
             if (ZEM_LIKELY(lit <= 256)) {
                 copy32(ip, op);
                 for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
@@ -243,11 +263,12 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
 
         const size_t offset = load16(ip);
         ip += 2;
-        if (ZEM_UNLIKELY(!in_reach(offset, op))) return {ip, op, Exit::Error};
+        if (ZEM_UNLIKELY(!in_reach(offset, op))) return {ip, op, Exit::Error, longs};
         if (ZEM_UNLIKELY(len == kRunMask)) {
+            ++longs;
             unsigned x;
             do {
-                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful, longs};
                 x = *ip++;
                 len += x;
             } while (x == 255);
@@ -255,7 +276,7 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
         len += kMinMatch;
         // Signed: a short literal run is copied without a length test and may already have
         // carried op past olimit. (len stays far below 2^63: at most 255 per input byte.)
-        if (ZEM_UNLIKELY(ptrdiff_t(len) >= olimit - op)) return {seq, seq_out, Exit::Careful};
+        if (ZEM_UNLIKELY(ptrdiff_t(len) >= olimit - op)) return {seq, seq_out, Exit::Careful, longs};
         if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
             dict_match(b, op, offset, len);
         else
@@ -265,8 +286,37 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
         lit = *ip >> 4;
         len = *ip & kRunMask;
     }
-    if (!Far && stop != ostop && ip < ilimit && op >= stop) return {ip, op, Exit::Far};
-    return {ip, op, Exit::Careful};
+    return {ip, op, ip < ilimit && op >= stop ? Exit::Stop : Exit::Careful, longs};
+}
+
+// The fast loop runs in stretches of this much output; each stretch takes the wide common
+// sequence when the one before met more than kWideLongs matches with extension bytes
+// (record-like data meets hundreds, text a few dozen).
+constexpr size_t kStretch = 16384;
+constexpr size_t kWideLongs = 96;
+
+template <Dict K>
+ZEM_INLINE Cursor run_fast(const Block& b, const uint8_t* ip, uint8_t* op) {
+    uint8_t* const ostop = b.out + b.cap - kOutMargin - kWideRoom;
+    bool wide = false;
+    for (;;) {
+        // (op may have passed ostop with the last sequence.)
+        uint8_t* stop = ostop - op > ptrdiff_t(kStretch) ? op + kStretch : ostop;
+        const bool far = size_t(op - b.low) > kMaxOffset;
+        if (!far && size_t(stop - b.low) > kMaxOffset + 1) stop = const_cast<uint8_t*>(b.low) + kMaxOffset + 1;
+        Cursor c;
+        if constexpr (K == Dict::External) {
+            c = far ? fast_loop<K, true, false>(b, ip, op, stop) : fast_loop<K, false, false>(b, ip, op, stop);
+        } else if (wide) {
+            c = far ? fast_loop<K, true, true>(b, ip, op, stop) : fast_loop<K, false, true>(b, ip, op, stop);
+        } else {
+            c = far ? fast_loop<K, true, false>(b, ip, op, stop) : fast_loop<K, false, false>(b, ip, op, stop);
+        }
+        if (c.exit != Exit::Stop || stop == ostop) return c;
+        ip = c.ip;
+        op = c.op;
+        wide = c.longs > kWideLongs;
+    }
 }
 
 template <Dict K>
@@ -279,9 +329,8 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
     const zemStatus clean = b.src_len == 1 ? zemStatusSrcTooShort : zemStatusOk;
     const uint8_t* const low = b.low;
 
-    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin) {
-        Cursor c = fast_loop<K, false>(b, ip, op);
-        if (c.exit == Exit::Far) c = fast_loop<K, true>(b, c.ip, c.op);
+    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin + kWideRoom) {
+        const Cursor c = run_fast<K>(b, ip, op);
         if (c.exit == Exit::Error) return zemStatusError;
         ip = c.ip;
         op = c.op;
