@@ -100,8 +100,30 @@ Bytes patterned(size_t n, uint64_t seed) {
     return v;
 }
 
+// Stretches of text-like data (short matches) and of records (rows of 100 bytes with a few
+// changed, so matches of 20 to 60 bytes), 40 KB each in turn: the decoder changes loops between
+// them.
+Bytes text_and_records(uint64_t seed) {
+    zt::Rng r(seed);
+    Bytes v;
+    for (int part = 0; part < 6; ++part) {
+        if (part % 2 == 0) {
+            Bytes t = zt::compressible_bytes(40000, seed + part);
+            v.insert(v.end(), t.begin(), t.end());
+            continue;
+        }
+        Bytes row = zt::random_bytes(100, seed + part);
+        for (int i = 0; i < 400; ++i) {
+            for (int k = 0; k < 3; ++k) row[r.below(100)] = uint8_t(r.next());
+            v.insert(v.end(), row.begin(), row.end());
+        }
+    }
+    return v;
+}
+
 TEST(Lz4Decode, LiblzBlocksDecodeExactlyAtGuardPages) {
-    std::vector<Bytes> srcs = {zt::random_bytes(70000, 3), patterned(100000, 4), Bytes(100000, 'z')};
+    std::vector<Bytes> srcs = {zt::random_bytes(70000, 3), patterned(100000, 4), Bytes(100000, 'z'),
+                               text_and_records(5)};
     for (size_t n : {1, 5, 13, 33, 34, 64, 65, 1000, 65535, 65536, 200000}) srcs.push_back(zt::compressible_bytes(n, n));
     for (const Bytes& src : srcs) {
         for (int level : {-1, -8, -65537, 9, 12}) {
@@ -187,11 +209,13 @@ TEST(Lz4Decode, StatusesAndCounts) {
         {"a match past the output: filled, offset and length counted", m40, 31, 33, 2 + 20 + 3, 31},
         {"output full right after literals: clean", m40, 20, 0, 22, 20},
         {"offset before the output: nothing written back", cat(seq(4, 'x', 5, 4), seq(8, 'x')), 100, -2, 0, 0},
+        {"the same in a later stretch of the fast loop",
+         cat(cat(seq(20000, 'x', 1, 4), seq(0, 'x', 30000, 4)), seq(40, 'x')), 32768, -2, 0, 0},
         {"literals ending 3 bytes before the end: the rest copied", cat(seq(4, 'x'), {1, 2, 3}), 100, 32, 8, 7},
         {"offset 0 is accepted", cat(seq(4, 'x', 0, 9), seq(8, 'x')), 100, 0, -1, 4 + 9 + 8},
         {"match length bytes run off the input", ext_cut, 4096, 32, -1, 10},
     };
-    Bytes out(4096, 0);
+    Bytes out(32768, 0);
     for (const Case& c : cases) {
         const int32_t n = (int32_t)c.block.size();
         int32_t consumed = n, produced = c.cap;
