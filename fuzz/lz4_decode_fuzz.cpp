@@ -1,7 +1,8 @@
 // The LZ4 block decoder on arbitrary input: the plain form, then the dictionary form with no,
 // a prefix or a separate dictionary. Byte 0 picks the dictionary form and length, byte 1 the
-// output kept before the decoding position, byte 2 the capacity; the dictionary is a fixed
-// pattern. Without a dictionary both forms must agree on status and counts.
+// output kept before the decoding position, byte 2 the capacity (in steps of 16 bytes, its top
+// values in steps of 2 KiB: the decoder changes loops only after 16 KiB of output); the
+// dictionary is a fixed pattern. Without a dictionary both forms must agree on status and counts.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -12,7 +13,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 4) return 0;
     const int form = data[0] % 3;  // 0 none, 1 prefix, 2 separate
-    const int32_t dict_len = form ? 1 + (data[0] / 3) * 97 : 0, kept = data[1], cap = 1 + data[2] * 16;
+    const int32_t dict_len = form ? 1 + (data[0] / 3) * 97 : 0, kept = data[1],
+                  cap = data[2] < 224 ? 1 + data[2] * 16 : 1 + (data[2] - 223) * 2048;
     const size_t n = size - 3;
     uint8_t* in = (uint8_t*)malloc(n);
     memcpy(in, data + 3, n);

@@ -100,8 +100,30 @@ Bytes patterned(size_t n, uint64_t seed) {
     return v;
 }
 
+// Stretches of text-like data (short matches) and of records (rows of 100 bytes with a few
+// changed, so matches of 20 to 60 bytes), 40 KB each in turn: the decoder changes loops between
+// them.
+Bytes text_and_records(uint64_t seed) {
+    zt::Rng r(seed);
+    Bytes v;
+    for (int part = 0; part < 6; ++part) {
+        if (part % 2 == 0) {
+            Bytes t = zt::compressible_bytes(40000, seed + part);
+            v.insert(v.end(), t.begin(), t.end());
+            continue;
+        }
+        Bytes row = zt::random_bytes(100, seed + part);
+        for (int i = 0; i < 400; ++i) {
+            for (int k = 0; k < 3; ++k) row[r.below(100)] = uint8_t(r.next());
+            v.insert(v.end(), row.begin(), row.end());
+        }
+    }
+    return v;
+}
+
 TEST(Lz4Decode, LiblzBlocksDecodeExactlyAtGuardPages) {
-    std::vector<Bytes> srcs = {zt::random_bytes(70000, 3), patterned(100000, 4), Bytes(100000, 'z')};
+    std::vector<Bytes> srcs = {zt::random_bytes(70000, 3), patterned(100000, 4), Bytes(100000, 'z'),
+                               text_and_records(5)};
     for (size_t n : {1, 5, 13, 33, 34, 64, 65, 1000, 65535, 65536, 200000}) srcs.push_back(zt::compressible_bytes(n, n));
     for (const Bytes& src : srcs) {
         for (int level : {-1, -8, -65537, 9, 12}) {
@@ -187,11 +209,13 @@ TEST(Lz4Decode, StatusesAndCounts) {
         {"a match past the output: filled, offset and length counted", m40, 31, 33, 2 + 20 + 3, 31},
         {"output full right after literals: clean", m40, 20, 0, 22, 20},
         {"offset before the output: nothing written back", cat(seq(4, 'x', 5, 4), seq(8, 'x')), 100, -2, 0, 0},
+        {"the same in a later stretch of the fast loop",
+         cat(cat(seq(20000, 'x', 1, 4), seq(0, 'x', 30000, 4)), seq(40, 'x')), 32768, -2, 0, 0},
         {"literals ending 3 bytes before the end: the rest copied", cat(seq(4, 'x'), {1, 2, 3}), 100, 32, 8, 7},
         {"offset 0 is accepted", cat(seq(4, 'x', 0, 9), seq(8, 'x')), 100, 0, -1, 4 + 9 + 8},
         {"match length bytes run off the input", ext_cut, 4096, 32, -1, 10},
     };
-    Bytes out(4096, 0);
+    Bytes out(32768, 0);
     for (const Case& c : cases) {
         const int32_t n = (int32_t)c.block.size();
         int32_t consumed = n, produced = c.cap;
@@ -230,6 +254,33 @@ TEST(Lz4Decode, EveryShortOffsetInBothLoops) {
     }
 }
 
+TEST(Lz4Decode, ShortSequencesAroundTheOneExtensionByteLimit) {
+    // Short literal runs before matches of up to 64 bytes take the fast loop's shortest path,
+    // extension byte included; 65 bytes and more, or an extension byte of 255, do not. Every
+    // combination in one block, with distinct literals so that a wrong source shows, against
+    // the model at a roomy and an exact capacity.
+    zt::Rng r(17);
+    Bytes b = seq(300, 0, 1, 4);
+    for (size_t i = 3; i < 303; ++i) b[i] = uint8_t(r.next());  // after the token and 2 extension bytes
+    size_t out_len = 304;
+    for (size_t lit : {0, 1, 7, 14})
+        for (size_t mlen : {4, 18, 19, 20, 33, 48, 63, 64, 65, 100, 273, 274, 530})
+            for (int off : {16, 17, 31, 32, 33, 47, 63, 64, 65, 299}) {
+                Bytes s = seq(lit, 0, off, mlen);
+                for (size_t i = 0; i < lit; ++i) s[1 + i] = uint8_t(r.next());
+                b = cat(b, s);
+                out_len += lit + mlen;
+            }
+    b = cat(b, seq(40, 'e'));
+    out_len += 40;
+    check_against_model(b, out_len + 300);
+    check_against_model(b, out_len);
+    int32_t produced = int32_t(out_len + 300);
+    Bytes out(out_len + 300);
+    ASSERT_EQ(zemsDecodeLZ4_8u(b.data(), (int32_t)b.size(), out.data(), &produced), 0);  // the whole block
+    ASSERT_EQ(produced, (int32_t)out_len);
+}
+
 TEST(Lz4Decode, ShortLiteralsThatCrossTheOutputMarginHandTheMatchOver) {
     // A short literal run is copied without a length test, so it may carry the output past the
     // fast loop's margin; the match after it must still go to the careful loop, for every
@@ -252,13 +303,15 @@ TEST(Lz4Decode, TruncatedCorruptedAndRandomAgreeWithTheModel) {
         check_against_model(cut, src.size());
         check_against_model(cut, 1 + r.below((uint32_t)src.size()));
     }
-    // Flipped bytes, also in a block longer than 64 KiB: past that point the fast loop no
-    // longer tests offsets against the output's start.
-    Bytes big = patterned(150000, 6), big_blk = liblz4(big, -1);
+    // Flipped bytes, also in blocks longer than 64 KiB: past that point the fast loop no
+    // longer tests offsets against the output's start; and in records, where it takes its wide
+    // common sequence.
+    const Bytes bigs[2] = {patterned(150000, 6), text_and_records(7)};
+    const Bytes big_blks[2] = {liblz4(bigs[0], -1), liblz4(bigs[1], -1)};
     for (int i = 0; i < 1560; ++i) {
-        Bytes bad = i < 1500 ? blk : big_blk;
+        Bytes bad = i < 1500 ? blk : big_blks[i % 2];
         for (int k = 1 + (int)r.below(4); k > 0; --k) bad[r.below((uint32_t)bad.size())] = uint8_t(r.next());
-        check_against_model(bad, (i < 1500 ? src.size() : big.size()) + r.below(200));
+        check_against_model(bad, (i < 1500 ? src.size() : bigs[i % 2].size()) + r.below(200));
     }
     // Random bytes biased to small offsets so that matches succeed, without and with a
     // separate dictionary standing for the first 300 output positions.

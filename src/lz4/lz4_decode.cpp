@@ -2,11 +2,12 @@
 // dictionary.
 //
 // Two loops. The fast loop runs while the input is at least 33 bytes (32 with a prefix
-// dictionary) and the output at least 64 bytes from their ends: it copies literals and matches
-// with wide stores that may run past the bytes that count, which is what makes it fast. Any
-// sequence that would bring either end closer is handed, from its token, to the careful loop,
-// which checks every access and decides the statuses. Because the fast loop only takes sequences
-// that the careful loop would accept unchanged, the result never depends on which loop ran.
+// dictionary) and the output at least 80 bytes from their ends (64 for its wide copies, 16 more
+// for its widest common sequence): it copies literals and matches with wide stores that may run
+// past the bytes that count, which is what makes it fast. Any sequence that would bring either
+// end closer is handed, from its token, to the careful loop, which checks every access and
+// decides the statuses. Because the fast loop only takes sequences that the careful loop would
+// accept unchanged, the result never depends on which loop ran.
 #include <immintrin.h>
 
 #include "core/check.h"
@@ -139,65 +140,118 @@ template <Dict K>
 constexpr size_t kInMargin = K == Dict::Prefix ? 32 : 33;
 constexpr size_t kOutMargin = 64;
 
-enum class Exit { Careful, Error, Far };
+enum class Exit { Careful, Error, Stop };
 
 struct Cursor {
     const uint8_t* ip;
     uint8_t* op;
     Exit exit;
+    size_t longs;  // matches with extension bytes seen
 };
 
+// The common sequence writes up to 14 literals and then up to 64 match bytes: the fast loop
+// stops this much before the output margin.
+constexpr size_t kWideRoom = 16;
+
 // The fast loop, on its own so that its few live values all stay in registers. Returns where
-// the careful loop goes on (at the token of a handed-over sequence), or an offset error.
+// the careful loop goes on (at the token of a handed-over sequence), an offset error, or
+// `Stop` where the output reached `stop` with both margins still kept.
+//
 // Matches are checked against the start of the history only while it lies less than 64 KiB
-// behind: from there on (`Far`) no 16-bit offset can reach before it, and the loop is left to
-// run again without that test.
-template <Dict K, bool Far>
-ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
+// behind: from there on (`Far`) no 16-bit offset can reach before it.
+//
+// `Wide` chooses the common sequence. Both take short literal runs (no extension byte). The
+// narrow one takes matches of at most 18 bytes and copies 32; it mispredicts on every match
+// with an extension byte. The wide one also takes matches of up to 64 bytes with one
+// extension byte, chosen by arithmetic rather than by a branch, and copies 64; on text, where
+// such matches are rare, its extra stores cost more than the mispredictions it saves.
+template <Dict K, bool Far, bool Wide>
+ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op, uint8_t* const stop) {
     const uint8_t* const low = b.low;
     const uint8_t* const ilimit = b.src + b.src_len - kInMargin<K>;
     uint8_t* const olimit = b.out + b.cap - kOutMargin;
-    uint8_t* stop = olimit;
-    if constexpr (!Far) {
-        if (olimit - low > ptrdiff_t(kMaxOffset) + 1) stop = const_cast<uint8_t*>(low) + kMaxOffset + 1;
-    }
     auto in_reach = [&](size_t offset, const uint8_t* at) { return Far || ptrdiff_t(offset) <= at - low; };
+    size_t longs = 0;
+    // The token's two nibbles, read one sequence ahead: see below.
+    size_t lit = 0, len = 0;
+    if (ip < ilimit) {
+        lit = *ip >> 4;
+        len = *ip & kRunMask;
+    }
     while (ip < ilimit && op < stop) {
         const uint8_t* const seq = ip;
         uint8_t* const seq_out = op;
-        // The next token's address in the common case, computed apart from the token load so
-        // that the loop-carried chain is load, shift, add (a three-part address would add two
-        // cycles of latency to every sequence).
-        const uint8_t* next = ip + 3;
-        __asm__("" : "+r"(next));
-        const unsigned token = *ip++;
-        size_t lit = token >> 4;
+        // The byte after the literals and the offset (two with `Wide`: an extension byte may
+        // come first), loaded straight from the literal count, so that the loop-carried chain
+        // of the common sequence is load, shift, load. Computing the address first and loading
+        // from it would put an add in that chain on every sequence. They lie at most 19 bytes
+        // past the token, inside the margin. (Input bytes are never written, so the load needs
+        // no ordering against the stores.)
+        uint64_t after;
+        if constexpr (Wide)
+            __asm__("movzwl 3(%1,%2), %k0" : "=r"(after) : "r"(seq), "r"(lit));
+        else
+            __asm__("movzbl 3(%1,%2), %k0" : "=r"(after) : "r"(seq), "r"(lit));
         if (ZEM_LIKELY(lit < kRunMask)) {
-            copy16(ip, op);
-            // The common sequence: a short literal run and a short match from at least 16
-            // bytes back, copied with two fixed 16-byte copies and one combined test. (The
-            // second copy reads only bytes that the first has written or that precede it.)
+            copy16(seq + 1, op);
+            // The common sequence, copied with fixed copies and one combined test. (A match
+            // copy reads only bytes that an earlier copy has written or that precede it.)
+            // Every address here is one base and one index.
             if constexpr (K != Dict::External) {
-                const size_t offset = load16(ip + lit);
-                const size_t len = token & kRunMask;
+                const size_t offset = load16(seq + 1 + lit);
                 uint8_t* const mop = op + lit;
-                if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & in_reach(offset, mop))) {
-                    copy16(mop - offset, mop);
-                    copy16(mop - offset + 16, mop + 16);
-                    ip = next + lit;
-                    op = mop + len + kMinMatch;
-                    continue;
+                // Addressed as mop plus a negative index: one instruction for the source.
+                ptrdiff_t back = -ptrdiff_t(offset);
+                if constexpr (Wide) {
+                    // Arithmetic, not a choice: the compiler would otherwise split the path.
+                    size_t ext = (len + 1) >> 4;  // len == 15
+                    __asm__("" : "+r"(ext));
+                    // The extension byte's bits, and where the next token starts in `after`.
+                    const uint64_t shift = ext * 8;
+                    const size_t mlen = len + kMinMatch + _bzhi_u64(after, unsigned(shift));
+                    if (ZEM_LIKELY((mlen <= 64) & (offset >= 16) & in_reach(offset, mop))) {
+                        __asm__("" : "+r"(back));
+                        copy16(mop + back, mop);
+                        copy16(mop + back + 16, mop + 16);
+                        copy16(mop + back + 32, mop + 32);
+                        copy16(mop + back + 48, mop + 48);
+                        longs += ext;
+                        ip = seq + 3 + (lit + ext);
+                        op = mop + mlen;
+                        // Bit-field extracts with the control words (start | length << 8)
+                        // built directly, off the chain.
+                        lit = __builtin_ia32_bextr_u64(after, shift + 0x404);
+                        len = __builtin_ia32_bextr_u64(after, shift + 0x400);
+                        continue;
+                    }
+                } else {
+                    if (ZEM_LIKELY((len < kRunMask) & (offset >= 16) & in_reach(offset, mop))) {
+                        __asm__("" : "+r"(back));
+                        copy16(mop + back, mop);
+                        copy16(mop + back + 16, mop + 16);
+                        // Kept apart from the token chain: a three-part address would add
+                        // latency to it.
+                        const uint8_t* next = seq + 3;
+                        __asm__("" : "+r"(next));
+                        ip = next + lit;
+                        op = mop + len + kMinMatch;
+                        lit = after >> 4;
+                        len = after & kRunMask;
+                        continue;
+                    }
                 }
             }
+            ip = seq + 1;
         } else {
+            ip = seq + 1;
             unsigned x;
             do {
-                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful, longs};
                 x = *ip++;
                 lit += x;
             } while (x == 255);
             if (ZEM_UNLIKELY(lit >= size_t(ilimit - ip) || lit >= size_t(olimit - op)))
-                return {seq, seq_out, Exit::Careful};
+                return {seq, seq_out, Exit::Careful, longs};
             if (ZEM_LIKELY(lit <= 256)) {
                 copy32(ip, op);
                 for (size_t i = 32; i < lit; i += 32) copy32(ip + i, op + i);
@@ -210,12 +264,12 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
 
         const size_t offset = load16(ip);
         ip += 2;
-        if (ZEM_UNLIKELY(!in_reach(offset, op))) return {ip, op, Exit::Error};
-        size_t len = token & kRunMask;
+        if (ZEM_UNLIKELY(!in_reach(offset, op))) return {ip, op, Exit::Error, longs};
         if (ZEM_UNLIKELY(len == kRunMask)) {
+            ++longs;
             unsigned x;
             do {
-                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful};
+                if (ZEM_UNLIKELY(ip >= ilimit)) return {seq, seq_out, Exit::Careful, longs};
                 x = *ip++;
                 len += x;
             } while (x == 255);
@@ -223,15 +277,47 @@ ZEM_NOINLINE Cursor fast_loop(const Block& b, const uint8_t* ip, uint8_t* op) {
         len += kMinMatch;
         // Signed: a short literal run is copied without a length test and may already have
         // carried op past olimit. (len stays far below 2^63: at most 255 per input byte.)
-        if (ZEM_UNLIKELY(ptrdiff_t(len) >= olimit - op)) return {seq, seq_out, Exit::Careful};
+        if (ZEM_UNLIKELY(ptrdiff_t(len) >= olimit - op)) return {seq, seq_out, Exit::Careful, longs};
         if (ZEM_UNLIKELY(from_dict<K>(b, op, offset)))
             dict_match(b, op, offset, len);
         else
             wild_match(op, offset, len);
         op += len;
+        // Within the margin: ip has not reached ilimit yet or the loop ends.
+        lit = *ip >> 4;
+        len = *ip & kRunMask;
     }
-    if (!Far && stop != olimit && ip < ilimit && op >= stop) return {ip, op, Exit::Far};
-    return {ip, op, Exit::Careful};
+    return {ip, op, ip < ilimit && op >= stop ? Exit::Stop : Exit::Careful, longs};
+}
+
+// The fast loop runs in stretches of this much output; each stretch takes the wide common
+// sequence when the one before met more than kWideLongs matches with extension bytes
+// (record-like data meets hundreds, text a few dozen).
+constexpr size_t kStretch = 16384;
+constexpr size_t kWideLongs = 96;
+
+template <Dict K>
+ZEM_INLINE Cursor run_fast(const Block& b, const uint8_t* ip, uint8_t* op) {
+    uint8_t* const ostop = b.out + b.cap - kOutMargin - kWideRoom;
+    bool wide = false;
+    for (;;) {
+        // (op may have passed ostop with the last sequence.)
+        uint8_t* stop = ostop - op > ptrdiff_t(kStretch) ? op + kStretch : ostop;
+        const bool far = size_t(op - b.low) > kMaxOffset;
+        if (!far && size_t(stop - b.low) > kMaxOffset + 1) stop = const_cast<uint8_t*>(b.low) + kMaxOffset + 1;
+        Cursor c;
+        if constexpr (K == Dict::External) {
+            c = far ? fast_loop<K, true, false>(b, ip, op, stop) : fast_loop<K, false, false>(b, ip, op, stop);
+        } else if (wide) {
+            c = far ? fast_loop<K, true, true>(b, ip, op, stop) : fast_loop<K, false, true>(b, ip, op, stop);
+        } else {
+            c = far ? fast_loop<K, true, false>(b, ip, op, stop) : fast_loop<K, false, false>(b, ip, op, stop);
+        }
+        if (c.exit != Exit::Stop || stop == ostop) return c;
+        ip = c.ip;
+        op = c.op;
+        wide = c.longs > kWideLongs;
+    }
 }
 
 template <Dict K>
@@ -244,9 +330,8 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
     const zemStatus clean = b.src_len == 1 ? zemStatusSrcTooShort : zemStatusOk;
     const uint8_t* const low = b.low;
 
-    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin) {
-        Cursor c = fast_loop<K, false>(b, ip, op);
-        if (c.exit == Exit::Far) c = fast_loop<K, true>(b, c.ip, c.op);
+    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin + kWideRoom) {
+        const Cursor c = run_fast<K>(b, ip, op);
         if (c.exit == Exit::Error) return zemStatusError;
         ip = c.ip;
         op = c.op;
