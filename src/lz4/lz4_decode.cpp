@@ -2,9 +2,9 @@
 // dictionary.
 //
 // Two loops. The fast loop runs while the input is at least 33 bytes (32 with a prefix
-// dictionary) and the output at least 80 bytes from their ends (64 for its wide copies, 16 more
-// for its widest common sequence): it copies literals and matches with wide stores that may run
-// past the bytes that count, which is what makes it fast. Any sequence that would bring either
+// dictionary) and the output at least 64 bytes from their ends (its widest common sequence
+// needs 16 more, so it gives way to the narrow one for the last 16): it copies literals and
+// matches with wide stores that may run past the bytes that count, which is what makes it fast. Any sequence that would bring either
 // end closer is handed, from its token, to the careful loop, which checks every access and
 // decides the statuses. Because the fast loop only takes sequences that the careful loop would
 // accept unchanged, the result never depends on which loop ran.
@@ -149,8 +149,8 @@ struct Cursor {
     size_t longs;  // matches with extension bytes seen
 };
 
-// The common sequence writes up to 14 literals and then up to 64 match bytes: the fast loop
-// stops this much before the output margin.
+// The wide common sequence writes up to 14 literals and then up to 64 match bytes: the wide
+// loop stops this much before the output margin.
 constexpr size_t kWideRoom = 16;
 
 // The fast loop, on its own so that its few live values all stay in registers. Returns where
@@ -298,9 +298,12 @@ constexpr size_t kWideLongs = 96;
 
 template <Dict K>
 ZEM_INLINE Cursor run_fast(const Block& b, const uint8_t* ip, uint8_t* op) {
-    uint8_t* const ostop = b.out + b.cap - kOutMargin - kWideRoom;
+    uint8_t* const olimit = b.out + b.cap - kOutMargin;
     bool wide = false;
     for (;;) {
+        // The wide sequence stops short of the margin by its extra room; the narrow one then
+        // takes the output up to the margin itself, where the careful loop would begin anyway.
+        uint8_t* const ostop = wide ? olimit - kWideRoom : olimit;
         // (op may have passed ostop with the last sequence.)
         uint8_t* stop = ostop - op > ptrdiff_t(kStretch) ? op + kStretch : ostop;
         const bool far = size_t(op - b.low) > kMaxOffset;
@@ -313,10 +316,10 @@ ZEM_INLINE Cursor run_fast(const Block& b, const uint8_t* ip, uint8_t* op) {
         } else {
             c = far ? fast_loop<K, true, false>(b, ip, op, stop) : fast_loop<K, false, false>(b, ip, op, stop);
         }
-        if (c.exit != Exit::Stop || stop == ostop) return c;
+        if (c.exit != Exit::Stop || (stop == ostop && !wide)) return c;
         ip = c.ip;
         op = c.op;
-        wide = c.longs > kWideLongs;
+        wide = stop != ostop && c.longs > kWideLongs;
     }
 }
 
@@ -330,7 +333,7 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
     const zemStatus clean = b.src_len == 1 ? zemStatusSrcTooShort : zemStatusOk;
     const uint8_t* const low = b.low;
 
-    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin + kWideRoom) {
+    if (size_t(b.src_len) > kInMargin<K> && size_t(b.cap) > kOutMargin) {
         const Cursor c = run_fast<K>(b, ip, op);
         if (c.exit == Exit::Error) return zemStatusError;
         ip = c.ip;
