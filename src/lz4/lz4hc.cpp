@@ -438,16 +438,15 @@ ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low
     return m;
 }
 
-// Touches the first links of position pos's chain ahead of its search: prefetches cannot
-// fault, the chain index is masked, and the loads run beside the current walk instead of
-// adding their latency to the next one.
+// Touches the first links of position pos's chain ahead of its search: the chain index is
+// masked, and the loads run beside the current walk instead of adding their latency to the
+// next one. Only the links are touched, not the candidates' bytes: those lines are fetched by
+// the walk's own compares soon enough, and prefetching them for chains that end within a few
+// links (stale positions anywhere in the input) displaced more than it saved.
 ZEM_INLINE void warm_chain(const Encoder& e, uint32_t pos) {
     uint32_t q = e.head[hash_at(e.base + pos)];
-    for (int i = 0; i < 4; ++i) {
-        _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
-        q = e.chain[q & kChainMask];
-    }
-    _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
+    for (int i = 0; i < 4; ++i) q = e.chain[q & kChainMask];
+    _mm_prefetch((const char*)(e.chain + (q & kChainMask)), _MM_HINT_T0);
 }
 
 struct Writer {
