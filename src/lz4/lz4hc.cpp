@@ -193,14 +193,21 @@ struct PlainProbe {
     const uint8_t* limit;
     uint32_t s;
     int32_t room;
-    int32_t o;  // the current best length, at least 3
+    int32_t o;      // the current best length, at least 3
+    uint32_t tail;  // the four bytes of ip that end at it
+    PlainProbe(const uint8_t* ip_, const uint8_t* limit_, uint32_t s_, int32_t room_, int32_t best)
+        : ip(ip_), limit(limit_), s(s_), room(room_), o(best), tail(load32(ip_ + best - 3)) {}
+    ZEM_INLINE void set_best(int32_t len) {
+        o = len;
+        tail = load32(ip + len - 3);
+    }
     // Returns true when the walk can stop: the match runs to the limit.
     ZEM_INLINE bool measure(const uint8_t* mp, uint32_t q, Match& m) {
-        if (load32(mp + o - 3) != load32(ip + o - 3)) return false;
+        if (load32(mp + o - 3) != tail) return false;
         const int32_t fwd = count_forward(mp, ip, limit);
         if (fwd <= m.len) return false;
         m = Match{s, s - q, fwd};
-        o = fwd;
+        set_best(fwd);
         return fwd >= room;
     }
 };
@@ -223,8 +230,8 @@ struct WideProbe {
     const uint8_t* limit;
     uint32_t s;
     int32_t room;
-    int32_t broom;      // s - start_low
-    int32_t back_more;  // a backward run this long needs counting on (33: never)
+    int32_t broom;  // s - start_low
+    int32_t bcap;   // the backward count one vector can settle: broom, at most 32
     WideProbe(const uint8_t* ip_, const uint8_t* limit_, uint32_t s_, uint32_t start_low, int32_t room_)
         : cur(_mm256_loadu_si256((const __m256i*)ip_)),
           cur_back(_mm256_loadu_si256((const __m256i*)(ip_ - 32))),
@@ -233,19 +240,25 @@ struct WideProbe {
           s(s_),
           room(room_),
           broom(int32_t(s_ - start_low)),
-          back_more(s_ - start_low > 32 ? 32 : 33) {}
+          bcap(s_ - start_low > 32 ? 32 : int32_t(s_ - start_low)) {}
     // Returns true when the walk can stop: the match runs to the limit.
     ZEM_INLINE bool measure(const uint8_t* mp, uint32_t q, Match& m) const {
         uint32_t eq = (uint32_t)_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)mp), cur));
         uint32_t eqb = (uint32_t)_mm256_movemask_epi8(
             _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(mp - 32)), cur_back));
-        int32_t fwd = (int32_t)_tzcnt_u32(~eq);
+        const int32_t fwd = (int32_t)_tzcnt_u32(~eq);
         const int32_t back_run = (int32_t)_lzcnt_u32(~eqb);
+        const int32_t back = back_run < bcap ? back_run : bcap;
+        // Exact unless a count reached 32, where a compare may have run to its end (bit 5 of
+        // either count moved to the sign): one test for the usual reject.
+        if (ZEM_LIKELY((int32_t)((uint32_t)(m.len - back - fwd) | ((uint32_t)(fwd | back) << 26)) >= 0)) return false;
+        return measure_on(mp, q, m, fwd, back_run);
+    }
+    // The rare part: the counts go on past the vectors before the candidate is judged.
+    ZEM_INLINE bool measure_on(const uint8_t* mp, uint32_t q, Match& m, int32_t fwd, int32_t back_run) const {
         int32_t back = back_run < broom ? back_run : broom;
-        // Exact unless a compare ran to its end; then the count goes on before deciding.
-        if (ZEM_LIKELY(!((back + fwd > m.len) | (fwd == 32) | (back_run >= back_more)))) return false;
         if (fwd == 32) fwd += count_forward(mp + 32, ip + 32, limit);
-        if (back_run >= back_more) back += count_back_n(mp - 32, ip - 32, broom - 32);
+        if (back_run == 32 && broom > 32) back += count_back_n(mp - 32, ip - 32, broom - 32);
         if (fwd < kMinMatch || back + fwd <= m.len) return false;
         m = Match{s - (uint32_t)back, s - q, back + fwd};
         return m.len >= room;
@@ -270,7 +283,7 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
     int32_t n = e.attempts;
 
     if (s == start_low) {
-        PlainProbe probe{ip, limit, s, room, best > 3 ? best : 3};
+        PlainProbe probe(ip, limit, s, room, best > 3 ? best : 3);
         for (; n > 0 && q - lo < span; --n) {
             // The next link is read before this candidate's bytes are judged, so a mispredicted
             // reject does not hold back the walk's one dependent load; the last step reads none.
@@ -282,7 +295,7 @@ ZEM_INLINE Match search(Encoder& e, uint32_t s, uint32_t start_low, int32_t best
                 if (fwd > m.len) {
                     m = Match{s, s - q, fwd};
                     if (fwd >= room) break;
-                    probe.o = fwd;
+                    probe.set_best(fwd);
                 }
             }
             q = next_q;
@@ -387,7 +400,7 @@ ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low
     insert_until(e, t);
     const uint8_t* const ipt = base + t;
     Match mt{t, 0, kMinMatch - 1};
-    PlainProbe plain{ipt, limit, t, int32_t(limit - ipt), kMinMatch - 1};
+    PlainProbe plain(ipt, limit, t, int32_t(limit - ipt), kMinMatch - 1);
     const uint32_t lo_t = window_low(e, t);
     const uint32_t span_t = t - lo_t;
     uint32_t qt = e.head[hash_at(ipt)];
@@ -425,16 +438,15 @@ ZEM_INLINE Match search_wide_and_next(Encoder& e, uint32_t s, uint32_t start_low
     return m;
 }
 
-// Touches the first links of position pos's chain ahead of its search: prefetches cannot
-// fault, the chain index is masked, and the loads run beside the current walk instead of
-// adding their latency to the next one.
+// Touches the first links of position pos's chain ahead of its search: the chain index is
+// masked, and the loads run beside the current walk instead of adding their latency to the
+// next one. Only the links are touched, not the candidates' bytes: those lines are fetched by
+// the walk's own compares soon enough, and prefetching them for chains that end within a few
+// links (stale positions anywhere in the input) displaced more than it saved.
 ZEM_INLINE void warm_chain(const Encoder& e, uint32_t pos) {
     uint32_t q = e.head[hash_at(e.base + pos)];
-    for (int i = 0; i < 4; ++i) {
-        _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
-        q = e.chain[q & kChainMask];
-    }
-    _mm_prefetch((const char*)(e.base + q), _MM_HINT_T0);
+    for (int i = 0; i < 4; ++i) q = e.chain[q & kChainMask];
+    _mm_prefetch((const char*)(e.chain + (q & kChainMask)), _MM_HINT_T0);
 }
 
 struct Writer {
