@@ -23,7 +23,7 @@ namespace {
 enum Step : uint32_t { kStepCode = 0, kStepLenExtra = 1, kStepDist = 2, kStepDistExtra = 3, kStepCopy = 4 };
 
 // Room beyond a match that the wide copies may overwrite with scratch.
-constexpr size_t kCopySlack = 32;
+constexpr size_t kCopySlack = 48;
 constexpr size_t kMainMinInput = 16;
 // The longest match an entry can describe (length base 255 + 3 and 5 extra bits).
 constexpr size_t kMaxMatch = 289;
@@ -163,13 +163,14 @@ ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (ZEM_LIKELY(dist >= 16)) {
-        // Each step reads only bytes written before it. Most matches are at most 32 bytes
-        // long: two steps and no loop to predict.
+        // Each step reads only bytes written before it. Most matches are at most 48 bytes
+        // long: three steps and no loop to predict.
         copy16(out, src);
         copy16(out + 16, src + 16);
-        if (ZEM_LIKELY(len <= 32)) return;
-        out += 32;
-        src += 32;
+        copy16(out + 32, src + 32);
+        if (ZEM_LIKELY(len <= 48)) return;
+        out += 48;
+        src += 48;
         // Two steps a turn: half the loop branches of a long match.
         do {
             copy16(out, src);
