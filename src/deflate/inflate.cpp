@@ -185,6 +185,15 @@ ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     __m128i run = _mm_shuffle_epi8(_mm_loadu_si128((const __m128i*)src),
                                    _mm_load_si128((const __m128i*)kPeriodic.m[dist]));
     const __m128i advance = _mm_load_si128((const __m128i*)kAdvance.m[dist]);
+    // The same three steps before any loop as for far matches.
+    _mm_storeu_si128((__m128i*)out, run);
+    run = _mm_shuffle_epi8(run, advance);
+    _mm_storeu_si128((__m128i*)(out + 16), run);
+    run = _mm_shuffle_epi8(run, advance);
+    _mm_storeu_si128((__m128i*)(out + 32), run);
+    if (ZEM_LIKELY(len <= 48)) return;
+    run = _mm_shuffle_epi8(run, advance);
+    out += 48;
     do {
         _mm_storeu_si128((__m128i*)out, run);
         run = _mm_shuffle_epi8(run, advance);
