@@ -23,7 +23,7 @@ namespace {
 enum Step : uint32_t { kStepCode = 0, kStepLenExtra = 1, kStepDist = 2, kStepDistExtra = 3, kStepCopy = 4 };
 
 // Room beyond a match that the wide copies may overwrite with scratch.
-constexpr size_t kCopySlack = 32;
+constexpr size_t kCopySlack = 48;
 constexpr size_t kMainMinInput = 16;
 // The longest match an entry can describe (length base 255 + 3 and 5 extra bits).
 constexpr size_t kMaxMatch = 289;
@@ -163,13 +163,14 @@ ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     const uint8_t* src = out - dist;
     uint8_t* const end = out + len;
     if (ZEM_LIKELY(dist >= 16)) {
-        // Each step reads only bytes written before it. Most matches are at most 32 bytes
-        // long: two steps and no loop to predict.
+        // Each step reads only bytes written before it. Most matches are at most 48 bytes
+        // long: three steps and no loop to predict.
         copy16(out, src);
         copy16(out + 16, src + 16);
-        if (ZEM_LIKELY(len <= 32)) return;
-        out += 32;
-        src += 32;
+        copy16(out + 32, src + 32);
+        if (ZEM_LIKELY(len <= 48)) return;
+        out += 48;
+        src += 48;
         // Two steps a turn: half the loop branches of a long match.
         do {
             copy16(out, src);
@@ -184,6 +185,15 @@ ZEM_INLINE void copy_wide(uint8_t* out, size_t dist, size_t len) {
     __m128i run = _mm_shuffle_epi8(_mm_loadu_si128((const __m128i*)src),
                                    _mm_load_si128((const __m128i*)kPeriodic.m[dist]));
     const __m128i advance = _mm_load_si128((const __m128i*)kAdvance.m[dist]);
+    // The same three steps before any loop as for far matches.
+    _mm_storeu_si128((__m128i*)out, run);
+    run = _mm_shuffle_epi8(run, advance);
+    _mm_storeu_si128((__m128i*)(out + 16), run);
+    run = _mm_shuffle_epi8(run, advance);
+    _mm_storeu_si128((__m128i*)(out + 32), run);
+    if (ZEM_LIKELY(len <= 48)) return;
+    run = _mm_shuffle_epi8(run, advance);
+    out += 48;
     do {
         _mm_storeu_si128((__m128i*)out, run);
         run = _mm_shuffle_epi8(run, advance);
@@ -220,9 +230,9 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bits 25-28  lengths: the code length, where the extra bits begin
 //   bit 31      a literal (a sign test)
 // so that in a length entry the bits above the code length are clear.
-// Distance entries hold the literal/length width in bits 8-15 likewise and their code length in
-// bits 16-19, with nothing above it; their distances lie in a 16-bit array beside them, read
-// with the same index off the chain. Specials use bits 12 and 13:
+// Distance entries are 64 bits wide: the low word holds the literal/length width in bits 8-15
+// likewise and the code length in bits 16-19, with nothing above it; the high word holds the
+// distance, so that one load, on one cache line, brings both. Specials use bits 12 and 13:
 //   bit 12      a second-level reference (bits 0-3 its width, bits 16-31 its position)
 //   bit 13      the end of block
 // Second-level entries are never references again, and anything that the record's decoder
@@ -242,8 +252,7 @@ static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit)
 
 struct alignas(32) FastTables {
     uint32_t lit[kFastLitEntries];
-    uint32_t dist[kDistEntries];
-    uint16_t dist_val[kDistEntries];
+    uint64_t dist[kDistEntries];
     uint32_t lit_mask, dist_mask;
 };
 
@@ -255,6 +264,13 @@ ZEM_INLINE __m256i in_range(__m256i x, uint32_t lo, uint32_t hi) {
     return _mm256_and_si256(_mm256_cmpgt_epi32(x, v8(lo - 1)), _mm256_cmpgt_epi32(v8(hi + 1), x));
 }
 ZEM_INLINE __m256i pick(__m256i acc, __m256i mask, __m256i e) { return _mm256_blendv_epi8(acc, e, mask); }
+// Eight distance entries with their distances (the low 16 bits of each lane of d) as 64-bit words.
+ZEM_INLINE void store_dist(uint64_t* p, __m256i e, __m256i d) {
+    d = _mm256_and_si256(d, v8(0xFFFF));
+    const __m256i lo = _mm256_unpacklo_epi32(e, d), hi = _mm256_unpackhi_epi32(e, d);
+    _mm256_store_si256((__m256i*)p, _mm256_permute2x128_si256(lo, hi, 0x20));
+    _mm256_store_si256((__m256i*)(p + 4), _mm256_permute2x128_si256(lo, hi, 0x31));
+}
 
 // A literal/length entry from code length n, kind (0 literal, 8 + e length, eob_kind the end of
 // block) and value v, eight at a time; lit_w and dist_w are the widths of the tables looked up
@@ -295,9 +311,8 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
     for (uint32_t i = 0; i <= c.dist_mask; i += 8) {
-        _mm256_store_si256((__m256i*)(ft.dist + i),
-                           dist_entries(bytes8(c.dist_kind + i), uint32_t(_mm_popcnt_u32(c.lit_mask))));
-        _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(c.dist_base + i)));
+        store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), uint32_t(_mm_popcnt_u32(c.lit_mask))),
+                   words8(c.dist_base + i));
     }
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
@@ -350,7 +365,6 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
         if (i == kRootSize && _mm256_testz_si256(any_ref, any_ref)) break;
         __m256i t = bytes8(g.dist_tag + i), d = words8(g.dist_val + i);
         __m256i e = dist_entries(t, kFastRootBits);
-        _mm_store_si128((__m128i*)(ft.dist_val + i), _mm_loadu_si128((const __m128i*)(g.dist_val + i)));
         if (i < kRootSize) {
             // A reference must lead to a table that lies wholly inside the distance part.
             __m256i w = _mm256_and_si256(t, v8(7));
@@ -361,7 +375,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
             e = pick(e, ok, sub);
             any_ref = _mm256_or_si256(any_ref, ok);
         }
-        _mm256_store_si256((__m256i*)(ft.dist + i), e);
+        store_dist(ft.dist + i, e, d);
     }
     ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
@@ -547,10 +561,8 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     uint64_t bc = f.bc;
     // One base register for both tables.
     const uint32_t* const lit = ft.lit;
-    const uint32_t* const dtab = ft.lit + kFastLitEntries;
-    const uint16_t* const dval = reinterpret_cast<const uint16_t*>(ft.lit + kFastLitEntries + kDistEntries);
-    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4 &&
-                  offsetof(FastTables, dist_val) == (kFastLitEntries + kDistEntries) * 4);
+    const uint64_t* const dtab = reinterpret_cast<const uint64_t*>(ft.lit + kFastLitEntries);
+    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
@@ -617,11 +629,11 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bb >>= (e & 63);
         bc -= e;
         size_t di = bextr(saved, e);
-        uint32_t de = dtab[di];
+        uint64_t de = dtab[di];
         uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
         if (ZEM_UNLIKELY(de & kFastSpecial)) {
             if (de & kFastSub) {
-                di = (de >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
+                di = (uint32_t(de) >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
                 de = dtab[di];
             }
             if (de & kFastSpecial) {
@@ -634,7 +646,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc -= de;
         // The next entry straight from the bits before the distance, as after a literal.
         e = lit[bextr(saved, de)];
-        uint32_t d = dval[di] + uint32_t(_bzhi_u64(saved, de) >> (de >> 16));
+        uint32_t d = uint32_t(de >> 32) + uint32_t(_bzhi_u64(saved, uint32_t(de)) >> (uint32_t(de) >> 16));
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
