@@ -127,10 +127,11 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return load32(cand) == word;
                 } else if constexpr (H == History::None) {
                     // The table was cleared for this call, so q is an earlier position of this
-                    // input and its bytes are readable whatever the distance: reading them
-                    // unconditionally leaves one branch per probe instead of two.
+                    // input and its bytes are readable whatever the distance: the compare goes
+                    // first, and the distance is worked out only for the few that pass it.
                     cand = base + q;
-                    return (load32(cand) == word) & (uint32_t(pos - q - 1) < kMaxOffset);
+                    if (load32(cand) != word) return false;
+                    return uint32_t(pos - q - 1) < kMaxOffset;
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
