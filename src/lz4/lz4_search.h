@@ -127,10 +127,11 @@ EncodeResult encode_block(const EncodeJob& j) {
                     return load32(cand) == word;
                 } else if constexpr (H == History::None) {
                     // The table was cleared for this call, so q is an earlier position of this
-                    // input and its bytes are readable whatever the distance: reading them
-                    // unconditionally leaves one branch per probe instead of two.
+                    // input and its bytes are readable whatever the distance: the compare goes
+                    // first, and the distance is worked out only for the few that pass it.
                     cand = base + q;
-                    return (load32(cand) == word) & (uint32_t(pos - q - 1) < kMaxOffset);
+                    if (load32(cand) != word) return false;
+                    return uint32_t(pos - q - 1) < kMaxOffset;
                 } else if constexpr (H != History::External) {
                     // Also rejects q == pos, which a table left by an earlier call may hold.
                     if (uint32_t(pos - q - 1) >= kMaxOffset) return false;
@@ -148,18 +149,20 @@ EncodeResult encode_block(const EncodeJob& j) {
                 }
             };
             // Dense probes, in groups of three: one 8-byte load serves the three neighbours'
-            // hashes and words.
+            // words, but each hash reads its own bytes. Its table entry and candidate wait on
+            // it, and after a match the whole search waits on them: a load feeding the CRC
+            // directly answers two cycles sooner than shifting the bytes out of the word.
             const uint8_t* dense_end = ip + s.dense;
             if (dense_end > probe_end) dense_end = probe_end;
             while (ip + 2 < dense_end) {
                 const uint64_t w = load64(ip);
                 const uint32_t p0 = uint32_t(ip - base);
-                if (probe(p0, hash_word<Bits>(w), uint32_t(w))) goto found;
-                if (probe(p0 + 1, hash_word<Bits>(w >> 8), uint32_t(w >> 8))) {
+                if (probe(p0, hash5<Bits>(ip), uint32_t(w))) goto found;
+                if (probe(p0 + 1, hash5<Bits>(ip + 1), uint32_t(w >> 8))) {
                     ip += 1;
                     goto found;
                 }
-                if (probe(p0 + 2, hash_word<Bits>(w >> 16), uint32_t(w >> 16))) {
+                if (probe(p0 + 2, hash5<Bits>(ip + 2), uint32_t(w >> 16))) {
                     ip += 2;
                     goto found;
                 }
