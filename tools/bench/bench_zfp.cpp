@@ -29,32 +29,41 @@ void set_mode(zemZfpState* s, const Mode& m) {
     if (m.tolerance > 0) zemsEncodeZfpSetAccuracy_32f(m.tolerance, s);
 }
 
-// The field block by block, x fastest, then y, then z; returns the stream's size.
+// Calls fn(index of the block's first value, cx, cy, cz) for each block of the field, x
+// fastest, then y, then z; c* are the block's extents inside the field (4 unless at an edge).
+template <class Fn>
+void for_each_block(const bench::FloatField& f, Fn fn) {
+    for (int bz = 0; bz < f.nz; bz += 4)
+        for (int by = 0; by < f.ny; by += 4)
+            for (int bx = 0; bx < f.nx; bx += 4) {
+                const int cx = f.nx - bx < 4 ? f.nx - bx : 4, cy = f.ny - by < 4 ? f.ny - by : 4;
+                const int cz = f.nz - bz < 4 ? f.nz - bz : 4;
+                fn(((size_t)bz * f.ny + by) * f.nx + bx, cx, cy, cz);
+            }
+}
+
+// Returns the stream's size.
 size_t ours_compress(const bench::FloatField& f, const Mode& m, zemZfpState* s, uint8_t* out, size_t cap) {
     zemsEncodeZfpInitLong_32f(out, (int64_t)cap, s);
     set_mode(s, m);
     const int32_t step = f.nx * 4, plane = f.nx * f.ny * 4;
     float block[64];
-    for (int bz = 0; bz < f.nz; bz += 4)
-        for (int by = 0; by < f.ny; by += 4)
-            for (int bx = 0; bx < f.nx; bx += 4) {
-                const float* p = &f.values[((size_t)bz * f.ny + by) * f.nx + bx];
-                int cx = f.nx - bx < 4 ? f.nx - bx : 4, cy = f.ny - by < 4 ? f.ny - by : 4;
-                int cz = f.nz - bz < 4 ? f.nz - bz : 4;
-                if ((cx & cy & cz) == 4) {
-                    zemsEncodeZfp444_32f(p, step, plane, s);
-                    continue;
-                }
-                for (int z = 0; z < cz; ++z)
-                    for (int y = 0; y < cy; ++y) {
-                        memcpy(&block[16 * z + 4 * y], p + (size_t)z * f.nx * f.ny + (size_t)y * f.nx, 4 * cx);
-                        pad(&block[16 * z + 4 * y], cx, 1);
-                    }
-                for (int z = 0; z < cz; ++z)
-                    for (int x = 0; x < 4; ++x) pad(&block[16 * z + x], cy, 4);
-                for (int i = 0; i < 16; ++i) pad(&block[i], cz, 16);
-                zemsEncodeZfp444_32f(block, 16, 64, s);
+    for_each_block(f, [&](size_t at, int cx, int cy, int cz) {
+        const float* p = &f.values[at];
+        if ((cx & cy & cz) == 4) {
+            zemsEncodeZfp444_32f(p, step, plane, s);
+            return;
+        }
+        for (int z = 0; z < cz; ++z)
+            for (int y = 0; y < cy; ++y) {
+                memcpy(&block[16 * z + 4 * y], p + (size_t)z * f.nx * f.ny + (size_t)y * f.nx, 4 * cx);
+                pad(&block[16 * z + 4 * y], cx, 1);
             }
+        for (int z = 0; z < cz; ++z)
+            for (int x = 0; x < 4; ++x) pad(&block[16 * z + x], cy, 4);
+        for (int i = 0; i < 16; ++i) pad(&block[i], cz, 16);
+        zemsEncodeZfp444_32f(block, 16, 64, s);
+    });
     zemsEncodeZfpFlush_32f(s);
     uint64_t n = 0;
     zemsEncodeZfpGetCompressedSizeLong_32f(s, &n);
@@ -67,21 +76,17 @@ void ours_decompress(const bench::FloatField& f, const Mode& m, zemZfpState* s, 
     set_mode(s, m);
     const int32_t step = f.nx * 4, plane = f.nx * f.ny * 4;
     float block[64];
-    for (int bz = 0; bz < f.nz; bz += 4)
-        for (int by = 0; by < f.ny; by += 4)
-            for (int bx = 0; bx < f.nx; bx += 4) {
-                float* p = &out[((size_t)bz * f.ny + by) * f.nx + bx];
-                int cx = f.nx - bx < 4 ? f.nx - bx : 4, cy = f.ny - by < 4 ? f.ny - by : 4;
-                int cz = f.nz - bz < 4 ? f.nz - bz : 4;
-                if ((cx & cy & cz) == 4) {
-                    zemsDecodeZfp444_32f(s, p, step, plane);
-                    continue;
-                }
-                zemsDecodeZfp444_32f(s, block, 16, 64);
-                for (int z = 0; z < cz; ++z)
-                    for (int y = 0; y < cy; ++y)
-                        memcpy(p + (size_t)z * f.nx * f.ny + (size_t)y * f.nx, &block[16 * z + 4 * y], 4 * cx);
-            }
+    for_each_block(f, [&](size_t at, int cx, int cy, int cz) {
+        float* p = &out[at];
+        if ((cx & cy & cz) == 4) {
+            zemsDecodeZfp444_32f(s, p, step, plane);
+            return;
+        }
+        zemsDecodeZfp444_32f(s, block, 16, 64);
+        for (int z = 0; z < cz; ++z)
+            for (int y = 0; y < cy; ++y)
+                memcpy(p + (size_t)z * f.nx * f.ny + (size_t)y * f.nx, &block[16 * z + 4 * y], 4 * cx);
+    });
 }
 
 struct Ref {
