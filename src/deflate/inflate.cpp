@@ -301,19 +301,18 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
 }
 
 void fast_tables(const CompactTables& c, FastTables& ft) {
+    // The masks are all ones below the tables' widths.
+    const uint32_t lit_w = uint32_t(_mm_popcnt_u32(c.lit_mask)), dist_w = uint32_t(_mm_popcnt_u32(c.dist_mask));
     // Whole groups of eight: past a narrow table they read other bytes of the record and fill
     // entries that the masks never reach.
     for (uint32_t i = 0; i <= c.lit_mask; i += 8) {
         __m256i w = words8(c.lit + i);
         __m256i e = lit_entries(_mm256_and_si256(w, v8(15)), _mm256_and_si256(_mm256_srli_epi32(w, 4), v8(15)),
-                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, uint32_t(_mm_popcnt_u32(c.lit_mask)),
-                                uint32_t(_mm_popcnt_u32(c.dist_mask)));
+                                _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, lit_w, dist_w);
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
-    for (uint32_t i = 0; i <= c.dist_mask; i += 8) {
-        store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), uint32_t(_mm_popcnt_u32(c.lit_mask))),
-                   words8(c.dist_base + i));
-    }
+    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
+        store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
 }
