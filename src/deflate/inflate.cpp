@@ -237,8 +237,18 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bit 13      the end of block
 // Second-level entries are never references again, and anything that the record's decoder
 // would refuse becomes bit 6 alone.
+//
+// A short length without extra bits is usually followed by a distance code short enough that
+// both codes lie within the literal/length root's index. The entry at such an index holds the
+// whole match, so that the distance's table lookup leaves the chain from one symbol to the next:
+//   bits 0-5    bits the match takes: both codes and the distance's extra bits
+//   bits 8-15   the literal/length width, as in a literal's entry
+//   bits 16-18  the length minus 3
+//   bits 19-28  the index of the distance's entry, for its base and its extra bits
+//   bit 30      a whole match
 constexpr uint32_t kFastSpecial = 0x40;
 constexpr uint32_t kFastLiteral = 0x80000000u;
+constexpr uint32_t kFastMatch = 0x40000000u;
 constexpr uint32_t kFastLenShift = 25;
 constexpr uint32_t kFastSub = 0x1000;
 constexpr uint32_t kFastEob = 0x2000;
@@ -253,6 +263,12 @@ static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit)
 struct alignas(32) FastTables {
     uint32_t lit[kFastLitEntries];
     uint64_t dist[kDistEntries];
+    // Literals and short matches share one copy of 16 bytes: a literal's source is its byte in
+    // `ramp` (ramp[i] == i), and `shuffle[d]` repeats the first d bytes of a match closer than 16
+    // bytes (shuffle[16] leaves them as they are). Here rather than in constant tables, so that
+    // the table base addresses them.
+    alignas(16) uint8_t shuffle[17][16];
+    uint8_t ramp[256 + 16];
     uint32_t lit_mask, dist_mask;
 };
 
@@ -300,6 +316,42 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
     return pick(v8(kFastSpecial), _mm256_cmpgt_epi32(v8(kDistTagMax + 1), t), e);
 }
 
+// Turns the root entries of short lengths into whole matches where the root's index also holds
+// the distance code. Needs both tables built.
+void join_matches(FastTables& ft, uint32_t root_bits) {
+    for (uint32_t d = 1; d <= 16; ++d)
+        for (uint32_t k = 0; k < 16; ++k) ft.shuffle[d][k] = uint8_t(k % d);
+    for (uint32_t k = 0; k < sizeof ft.ramp; ++k) ft.ramp[k] = uint8_t(k);
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i dist_mask = v8(ft.dist_mask);
+    const uint32_t root = 1u << root_bits;
+    for (uint32_t i = 0; i < (root > 8 ? root : 8); i += 8) {
+        const __m256i e = _mm256_load_si256((const __m256i*)(ft.lit + i));
+        // Lengths 3..10 (no extra bits): no flag, the length's bits its code's alone.
+        const __m256i n = _mm256_and_si256(e, v8(63));
+        __m256i ok = _mm256_cmpeq_epi32(_mm256_and_si256(e, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
+        ok = _mm256_and_si256(ok, _mm256_cmpeq_epi32(n, _mm256_srli_epi32(e, kFastLenShift)));
+        const __m256i len = _mm256_and_si256(_mm256_srli_epi32(e, 16), v8(0x1FF));
+        ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(11), len));
+        if (_mm256_testz_si256(ok, ok)) continue;
+        // The distance entry at the bits after the length code, as far as the index sees them;
+        // the whole distance code must lie within them.
+        const __m256i di = _mm256_and_si256(_mm256_srlv_epi32(_mm256_add_epi32(v8(i), lane), n), dist_mask);
+        const __m256i dl = _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), (const int*)ft.dist, di, ok, 8);
+        const __m256i nd = _mm256_and_si256(_mm256_srli_epi32(dl, 16), v8(15));
+        const __m256i code = _mm256_add_epi32(n, nd);
+        ok = _mm256_and_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(dl, v8(kFastSpecial)), _mm256_setzero_si256()));
+        ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(root_bits + 1), code));
+        // Bits taken: both codes and the distance's extra bits (the distance entry's count
+        // less its code length).
+        __m256i m = _mm256_add_epi32(code, _mm256_sub_epi32(_mm256_and_si256(dl, v8(63)), nd));
+        m = _mm256_or_si256(m, v8(kFastMatch | root_bits << 8));
+        m = _mm256_or_si256(m, _mm256_slli_epi32(_mm256_sub_epi32(len, v8(3)), 16));
+        m = _mm256_or_si256(m, _mm256_slli_epi32(di, 19));
+        _mm256_store_si256((__m256i*)(ft.lit + i), pick(e, ok, m));
+    }
+}
+
 void fast_tables(const CompactTables& c, FastTables& ft) {
     // The masks are all ones below the tables' widths.
     const uint32_t lit_w = uint32_t(_mm_popcnt_u32(c.lit_mask)), dist_w = uint32_t(_mm_popcnt_u32(c.dist_mask));
@@ -311,10 +363,12 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
                                 _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, lit_w, dist_w);
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
-    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
+    // At least 32 entries: a literal's step reads one of them by its byte, and discards it.
+    for (uint32_t i = 0; i <= (c.dist_mask | 31); i += 8)
         store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
+    join_matches(ft, lit_w);
 }
 
 void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
@@ -378,6 +432,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     }
     ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
+    join_matches(ft, kFastRootBits);
 }
 
 // ---- the fast loop ----
@@ -580,72 +635,92 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc |= 56;                          \
     } while (0)
 #define ZEM_LOOKUP() e = lit[bb & lit_mask]
-    // The next entry's index comes from the bits before the shift, so that its load waits for
-    // one operation only.
-#define ZEM_LITERAL()                                  \
-    do {                                               \
-        const uint32_t next = lit[bextr(bb, e)];       \
-        bb >>= (e & 63);                               \
-        bc -= e;                                       \
-        *out++ = uint8_t(e >> 16);                     \
-        e = next;                                      \
+    // A literal or a whole match, without a branch between them to mispredict: both take at
+    // most 24 bits and write one copy of 16 bytes, from the literal's byte in the ramp or from
+    // the match's source. Matches that this copy cannot serve (closer than their length, or
+    // reaching before the output) go out of line. The next entry's index comes from the bits
+    // before the shift, so that its load waits for one operation only.
+#define ZEM_STEP()                                                                                       \
+    do {                                                                                                 \
+        const uint64_t saved = bb;                                                                       \
+        bb >>= (e & 63);                                                                                 \
+        bc -= e;                                                                                         \
+        const uint32_t next = lit[bextr(saved, e)];                                                      \
+        const uint64_t is_lit = uint64_t(int64_t(int32_t(e) >> 31));                                    \
+        const uint64_t de = reinterpret_cast<const uint64_t*>(lit + kFastLitEntries)[(e >> 19) & 1023];  \
+        const uint32_t d = uint32_t(de >> 32) +                                                          \
+                           uint32_t(_bzhi_u64(saved >> ((e - de) & 63), de) >> (uint32_t(de) >> 16));   \
+        const uint64_t len = ((e >> 16) & 7) + 3;                                                        \
+        if (ZEM_UNLIKELY(((size_t(d) - 1 >= size_t(out - hist)) | (d < len)) & ~is_lit)) {              \
+            if (size_t(d) - 1 < size_t(out - hist))                                                      \
+                copy_wide(out, d, len);                                                                  \
+            else if (!far_copy(out, hist, d, uint32_t(len), win, win_size, win_idx))                     \
+                goto bad;                                                                                \
+            out += len;                                                                                  \
+            e = next;                                                                                    \
+            break;                                                                                       \
+        }                                                                                                \
+        uint64_t src = uint64_t(out - d);                                                                \
+        src ^= (src ^ uint64_t(ft.ramp + ((e >> 16) & 255))) & is_lit;                                   \
+        _mm_storeu_si128((__m128i*)out, _mm_loadu_si128((const __m128i*)src));                           \
+        out += len ^ ((len ^ 1) & is_lit);                                                               \
+        e = next;                                                                                        \
     } while (0)
     ZEM_REFILL();
     uint32_t e;
     ZEM_LOOKUP();
     for (;;) {
-        if (e & kFastLiteral) {
-            ZEM_LITERAL();
-            if (e & kFastLiteral) {
-                ZEM_LITERAL();
-                if (e & kFastLiteral) {
-                    ZEM_LITERAL();
-                    if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-                    ZEM_REFILL();
-                    continue;
-                }
-            }
+        // Two steps per refill: it leaves 64 valid bits, enough for two steps and the lookup
+        // after them.
+        if (e & (kFastLiteral | kFastMatch)) {
+            ZEM_STEP();
+            if (e & (kFastLiteral | kFastMatch)) ZEM_STEP();
             if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
             ZEM_REFILL();
+            continue;
         }
-        if (ZEM_UNLIKELY(e & kFastSpecial)) {
-            if (e & kFastSub) {
-                e = lit[(e >> 16) + _bzhi_u64(bb >> kRootBits, e & 15)];
-                continue;
-            }
-            if (e & kFastEob) {
-                bb >>= (e & 63);
-                bc -= e;
-                why = kFastEnd;
-            } else {
-                why = kFastBad;
-            }
-            break;
-        }
-        // Code and extra bits leave the buffer in one shift; the extra bits are taken from the
-        // bits as they were.
-        uint64_t saved = bb;
-        bb >>= (e & 63);
-        bc -= e;
-        size_t di = bextr(saved, e);
-        uint64_t de = dtab[di];
-        uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
-        if (ZEM_UNLIKELY(de & kFastSpecial)) {
-            if (de & kFastSub) {
-                di = (uint32_t(de) >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
-                de = dtab[di];
-            }
-            if (de & kFastSpecial) {
-                why = kFastBad;
+        uint32_t mlen, d;
+        {
+            // Lengths and distances in two lookups, and what is not a symbol.
+            if (ZEM_UNLIKELY(e & kFastSpecial)) {
+                if (e & kFastSub) {
+                    e = lit[(e >> 16) + _bzhi_u64(bb >> kRootBits, e & 15)];
+                    continue;
+                }
+                if (e & kFastEob) {
+                    bb >>= (e & 63);
+                    bc -= e;
+                    why = kFastEnd;
+                } else {
+                    why = kFastBad;
+                }
                 break;
             }
+            // Code and extra bits leave the buffer in one shift; the extra bits are taken from
+            // the bits as they were.
+            uint64_t saved = bb;
+            bb >>= (e & 63);
+            bc -= e;
+            size_t di = bextr(saved, e);
+            uint64_t de = dtab[di];
+            mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
+            if (ZEM_UNLIKELY(de & kFastSpecial)) {
+                if (de & kFastSub) {
+                    di = (uint32_t(de) >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
+                    de = dtab[di];
+                }
+                if (de & kFastSpecial) {
+                    why = kFastBad;
+                    break;
+                }
+            }
+            saved = bb;
+            bb >>= (de & 63);
+            bc -= de;
+            // The next entry straight from the bits before the distance, as after a literal.
+            e = lit[bextr(saved, de)];
+            d = uint32_t(de >> 32) + uint32_t(_bzhi_u64(saved, uint32_t(de)) >> (uint32_t(de) >> 16));
         }
-        saved = bb;
-        bb >>= (de & 63);
-        bc -= de;
-        // The next entry straight from the bits before the distance, as after a literal.
-        e = lit[bextr(saved, de)];
-        uint32_t d = uint32_t(de >> 32) + uint32_t(_bzhi_u64(saved, uint32_t(de)) >> (uint32_t(de) >> 16));
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
@@ -665,9 +740,13 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
         ZEM_REFILL();
     }
+    if (false) {
+    bad:
+        why = kFastBad;
+    }
 #undef ZEM_REFILL
 #undef ZEM_LOOKUP
-#undef ZEM_LITERAL
+#undef ZEM_STEP
     f.in = in;
     f.bc = uint32_t(bc & 63);
     f.bb = bb;
