@@ -254,7 +254,8 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bit 31      a step (a sign test)
 constexpr uint32_t kFastSpecial = 0x40;
 constexpr uint32_t kFastLiteral = 0x80000000u;
-constexpr uint32_t kFastStep = 0x80000000u;
+// The literal flag, once the whole-match pass has rewritten the literal/length entries.
+constexpr uint32_t kFastStep = kFastLiteral;
 constexpr uint32_t kFastLenShift = 25;
 constexpr uint32_t kFastSub = 0x1000;
 constexpr uint32_t kFastEob = 0x2000;
@@ -618,9 +619,10 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     return why;
 }
 
-// The fast loop on the decoder's own tables: the same steps as the loop above, each entry
-// used as it comes from the table. The general layout's widths are constants, which leaves
-// two more registers to the loop.
+// The fast loop on the decoder's own tables, each entry used as it comes from the table:
+// literals and whole matches in one step without a branch between them, other lengths with
+// their distances as in the loop above. The general layout's widths are constants, which
+// leaves two more registers to the loop.
 template <bool kGeneral>
 ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t* in_end, uint8_t* out_end,
                                uint8_t* hist, const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
@@ -676,8 +678,10 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         if (ZEM_UNLIKELY(odd)) {                                                                         \
             if (size_t(d) - 1 < size_t(out - hist))                                                      \
                 copy_wide(out, d, len);                                                                  \
-            else if (!far_copy(out, hist, d, uint32_t(len), win, win_size, win_idx))                     \
-                goto bad;                                                                                \
+            else if (!far_copy(out, hist, d, uint32_t(len), win, win_size, win_idx)) {                   \
+                why = kFastBad;                                                                          \
+                goto stop;                                                                               \
+            }                                                                                            \
             out += len;                                                                                  \
             e = next;                                                                                    \
             break;                                                                                       \
@@ -699,48 +703,44 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
             ZEM_REFILL();
             continue;
         }
-        uint32_t mlen, d;
-        {
-            // Lengths and distances in two lookups, and what is not a symbol.
-            if (ZEM_UNLIKELY(e & kFastSpecial)) {
-                if (e & kFastSub) {
-                    e = lit[(e >> 16) + _bzhi_u64(bb >> kRootBits, e & 15)];
-                    continue;
-                }
-                if (e & kFastEob) {
-                    bb >>= (e & 63);
-                    bc -= e;
-                    why = kFastEnd;
-                } else {
-                    why = kFastBad;
-                }
+        if (ZEM_UNLIKELY(e & kFastSpecial)) {
+            if (e & kFastSub) {
+                e = lit[(e >> 16) + _bzhi_u64(bb >> kRootBits, e & 15)];
+                continue;
+            }
+            if (e & kFastEob) {
+                bb >>= (e & 63);
+                bc -= e;
+                why = kFastEnd;
+            } else {
+                why = kFastBad;
+            }
+            break;
+        }
+        // Code and extra bits leave the buffer in one shift; the extra bits are taken from the
+        // bits as they were.
+        uint64_t saved = bb;
+        bb >>= (e & 63);
+        bc -= e;
+        size_t di = bextr(saved, e);
+        uint64_t de = dtab[di];
+        uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
+        if (ZEM_UNLIKELY(de & kFastSpecial)) {
+            if (de & kFastSub) {
+                di = (uint32_t(de) >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
+                de = dtab[di];
+            }
+            if (de & kFastSpecial) {
+                why = kFastBad;
                 break;
             }
-            // Code and extra bits leave the buffer in one shift; the extra bits are taken from
-            // the bits as they were.
-            uint64_t saved = bb;
-            bb >>= (e & 63);
-            bc -= e;
-            size_t di = bextr(saved, e);
-            uint64_t de = dtab[di];
-            mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
-            if (ZEM_UNLIKELY(de & kFastSpecial)) {
-                if (de & kFastSub) {
-                    di = (uint32_t(de) >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
-                    de = dtab[di];
-                }
-                if (de & kFastSpecial) {
-                    why = kFastBad;
-                    break;
-                }
-            }
-            saved = bb;
-            bb >>= (de & 63);
-            bc -= de;
-            // The next entry straight from the bits before the distance, as after a literal.
-            e = lit[bextr(saved, de)];
-            d = uint32_t(de >> 32) + uint32_t(_bzhi_u64(saved, uint32_t(de)) >> (uint32_t(de) >> 16));
         }
+        saved = bb;
+        bb >>= (de & 63);
+        bc -= de;
+        // The next entry straight from the bits before the distance, as after a literal.
+        e = lit[bextr(saved, de)];
+        uint32_t d = uint32_t(de >> 32) + uint32_t(_bzhi_u64(saved, uint32_t(de)) >> (uint32_t(de) >> 16));
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
@@ -760,10 +760,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
         ZEM_REFILL();
     }
-    if (false) {
-    bad:
-        why = kFastBad;
-    }
+stop:
 #undef ZEM_REFILL
 #undef ZEM_LOOKUP
 #undef ZEM_STEP
