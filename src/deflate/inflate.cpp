@@ -637,7 +637,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     const uint64_t* const dtab = reinterpret_cast<const uint64_t*>(ft.lit + kFastLitEntries);
     static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
-    const uint8_t* const ramp_end = ft.ramp + 256;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
     auto safe_refills = [&] {
@@ -665,14 +664,14 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         const uint64_t saved = bb;                                                                       \
         bb >>= (e & 63);                                                                                 \
         bc -= e;                                                                                         \
-        const uint32_t next = lit[bextr(saved, e)];                                                      \
+        const uint32_t next = ft.lit[bextr(saved, e)];                                                   \
         const uint64_t len = (e >> 16) & 15;                                                             \
-        const uint64_t de = dtab[(e >> 20) & 2047];                                                      \
+        const uint64_t de = ft.dist[(e >> 20) & 2047];                                                   \
         const uint32_t d = uint32_t(de >> 32) +                                                          \
                            uint32_t(_bzhi_u64(saved >> ((e - de) & 63), de) >> (uint32_t(de) >> 16));   \
         /* All ones for a literal: its source is in the ramp, and any distance fits. */                \
         const uint64_t lit_ones = uint64_t(0) - uint64_t(len == 1);                                      \
-        const uint64_t from = uint64_t(out) ^ ((uint64_t(out) ^ uint64_t(ramp_end)) & lit_ones);         \
+        const uint64_t from = uint64_t(out) ^ ((uint64_t(out) ^ uint64_t(ft.ramp + 256)) & lit_ones);    \
         uint64_t odd = uint64_t(size_t(d) - 1 >= (size_t(out - hist) | lit_ones)) | uint64_t(d < len);   \
         opaque(odd);                                                                                     \
         if (ZEM_UNLIKELY(odd)) {                                                                         \
