@@ -457,6 +457,44 @@ TEST(InflateDecode, ChecksArgumentsAndRefusesBadStreams) {
     EXPECT_EQ(memcmp(out, "zazaz", 5), 0);
 }
 
+TEST(InflateDecode, LongCallsRefuseAMatchOneByteBeforeTheirHistory) {
+    // Short codes, so that a length code and the distance code after it fit in one lookup:
+    // length 3 is '0', 'a' is '10'; distance code 13 (97 + 5 extra bits) is '0'.
+    std::vector<uint16_t> lit(286, 0), dist(30, 0);
+    lit[257] = 1, lit['a'] = 2, lit['b'] = 3;
+    for (uint32_t s = 'c', l = 4; l <= 10; ++s, ++l) lit[s] = uint16_t(l);
+    lit[256] = 11, lit['j'] = 11;
+    dist[13] = 1, dist[0] = 2, dist[1] = 2;
+    auto lc = canonical(lit), dc = canonical(dist);
+    const Bytes win = zt::random_bytes(4096, 5);
+    for (uint32_t d : {100u, 101u}) {
+        for (bool with_window : {false, true}) {
+            // 100 literals, then the match; padded so that the call is long enough for the
+            // decoder's own tables.
+            BitWriter w;
+            for (int i = 0; i < 100; ++i) w.code(lc['a'], lit['a']);
+            w.code(lc[257], lit[257]), w.code(dc[13], dist[13]), w.put(d - 97, 5);
+            w.code(lc[256], lit[256]);
+            Bytes body = w.finish(), out(8192);
+            body.resize(2000, 0x5a);
+            zemInflateState st = build_state(lit, dist);
+            if (with_window) st.window = const_cast<uint8_t*>(win.data()), st.windowSize = uint32_t(win.size());
+            Call c{body.data(), uint32_t(body.size()), out.data(), uint32_t(out.size())};
+            const zemStatus s = c.run(st);
+            Bytes expect(100, 'a');
+            if (d == 101 && !with_window) {
+                EXPECT_EQ(s, zemStatusBadData);
+                EXPECT_EQ(Bytes(out.data(), c.dst), expect);
+                continue;
+            }
+            expect.push_back(d == 101 ? win.back() : 'a');
+            expect.push_back('a'), expect.push_back('a');
+            EXPECT_TRUE(s == zemStatusOk && c.mode == 0) << d << with_window;
+            EXPECT_EQ(Bytes(out.data(), c.dst), expect) << d << with_window;
+        }
+    }
+}
+
 TEST(InflateDecode, ResumesInsideAPairAndAMatch) {
     // Fixed code: 'a', 'b', then length 258 (symbol 285) at distance 2, then the end code.
     BitWriter w;

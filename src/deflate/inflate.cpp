@@ -45,6 +45,10 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     return v;
 }
 
+// Keeps the compiler from turning the value's computation into branches: it must be in a
+// register as it stands.
+ZEM_INLINE void opaque(uint64_t& v) { __asm__("" : "+r"(v)); }
+
 // (v >> ctl[7:0]) & ((1 << ctl[15:8]) - 1) in one operation.
 ZEM_INLINE uint64_t bextr(uint64_t v, uint64_t ctl) { return __builtin_ia32_bextr_u64(v, ctl); }
 
@@ -237,8 +241,21 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bit 13      the end of block
 // Second-level entries are never references again, and anything that the record's decoder
 // would refuse becomes bit 6 alone.
+//
+// A short length without extra bits is usually followed by a distance code short enough that
+// both codes lie within the literal/length root's index. The entry at such an index holds the
+// whole match, so that the distance's table lookup leaves the chain from one symbol to the next.
+// Literals are then rewritten alike, as matches of one byte from a distance entry of their own
+// that points into a ramp of all byte values, so that both take the same steps:
+//   bits 0-5    bits the step takes: codes and the distance's extra bits
+//   bits 8-15   the literal/length width, as before
+//   bits 16-19  the length: 3 to 10, or 1 for a literal
+//   bits 20-30  the index of the distance entry: the distance code's, or kRampEntry + byte
+//   bit 31      a step (a sign test)
 constexpr uint32_t kFastSpecial = 0x40;
 constexpr uint32_t kFastLiteral = 0x80000000u;
+// The literal flag, once the whole-match pass has rewritten the literal/length entries.
+constexpr uint32_t kFastStep = kFastLiteral;
 constexpr uint32_t kFastLenShift = 25;
 constexpr uint32_t kFastSub = 0x1000;
 constexpr uint32_t kFastEob = 0x2000;
@@ -249,10 +266,15 @@ constexpr uint32_t kFastRootBits = 11;
 constexpr uint32_t kFastRootSize = 1u << kFastRootBits;
 constexpr uint32_t kFastLitEntries = kFastRootSize + 2 * 255 + 128 + 2;  // a multiple of 8
 static_assert(kFastLitEntries % 8 == 0 && kFastRootSize >= 1u << kCompactMaxLit);
+// The literals' distance entries follow the real ones: byte b's is at kRampEntry + b, and its
+// distance, counted back from the ramp's end, leads to b in the ramp.
+constexpr uint32_t kRampEntry = kDistEntries;
 
 struct alignas(32) FastTables {
     uint32_t lit[kFastLitEntries];
-    uint64_t dist[kDistEntries];
+    uint64_t dist[kDistEntries + 256];
+    // ramp[b] == b, with room for a copy of 16 bytes from any of them.
+    uint8_t ramp[256 + 16];
     uint32_t lit_mask, dist_mask;
 };
 
@@ -300,6 +322,54 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
     return pick(v8(kFastSpecial), _mm256_cmpgt_epi32(v8(kDistTagMax + 1), t), e);
 }
 
+// Turns the root entries of short lengths into whole matches where the root's index also holds
+// the distance code. Needs both tables built.
+void join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    for (uint32_t k = 0; k < sizeof ft.ramp; ++k) ft.ramp[k] = uint8_t(k);
+    for (uint32_t b = 0; b < 256; b += 8)
+        store_dist(ft.dist + kRampEntry + b, _mm256_setzero_si256(), _mm256_sub_epi32(v8(256 - b), lane));
+    const __m256i dist_mask = v8(ft.dist_mask);
+    const uint32_t root = 1u << root_bits;
+    for (uint32_t i = 0; i < entries; i += 8) {
+        __m256i e = _mm256_load_si256((const __m256i*)(ft.lit + i));
+        // Literals: a step of one byte from the ramp.
+        const __m256i is_lit = _mm256_cmpgt_epi32(_mm256_setzero_si256(), e);
+        e = pick(e, is_lit, _mm256_or_si256(_mm256_and_si256(e, v8(0xFFFF)),
+                                            _mm256_or_si256(v8(kFastStep | 1u << 16 | kRampEntry << 20),
+                                                            _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(e, 16), v8(255)), 20))));
+        if (i >= root) {
+            _mm256_store_si256((__m256i*)(ft.lit + i), e);
+            continue;
+        }
+        // Lengths 3..10 (no extra bits): no flag, the length's bits its code's alone.
+        const __m256i n = _mm256_and_si256(e, v8(63));
+        __m256i ok = _mm256_cmpeq_epi32(_mm256_and_si256(e, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
+        ok = _mm256_and_si256(ok, _mm256_cmpeq_epi32(n, _mm256_srli_epi32(e, kFastLenShift)));
+        const __m256i len = _mm256_and_si256(_mm256_srli_epi32(e, 16), v8(0x1FF));
+        ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(11), len));
+        if (_mm256_testz_si256(ok, ok)) {
+            _mm256_store_si256((__m256i*)(ft.lit + i), e);
+            continue;
+        }
+        // The distance entry at the bits after the length code, as far as the index sees them;
+        // the whole distance code must lie within them.
+        const __m256i di = _mm256_and_si256(_mm256_srlv_epi32(_mm256_add_epi32(v8(i), lane), n), dist_mask);
+        const __m256i dl = _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), (const int*)ft.dist, di, ok, 8);
+        const __m256i nd = _mm256_and_si256(_mm256_srli_epi32(dl, 16), v8(15));
+        const __m256i code = _mm256_add_epi32(n, nd);
+        ok = _mm256_and_si256(ok, _mm256_cmpeq_epi32(_mm256_and_si256(dl, v8(kFastSpecial)), _mm256_setzero_si256()));
+        ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(root_bits + 1), code));
+        // Bits taken: both codes and the distance's extra bits (the distance entry's count
+        // less its code length).
+        __m256i m = _mm256_add_epi32(code, _mm256_sub_epi32(_mm256_and_si256(dl, v8(63)), nd));
+        m = _mm256_or_si256(m, v8(kFastStep | root_bits << 8));
+        m = _mm256_or_si256(m, _mm256_slli_epi32(len, 16));
+        m = _mm256_or_si256(m, _mm256_slli_epi32(di, 20));
+        _mm256_store_si256((__m256i*)(ft.lit + i), pick(e, ok, m));
+    }
+}
+
 void fast_tables(const CompactTables& c, FastTables& ft) {
     // The masks are all ones below the tables' widths.
     const uint32_t lit_w = uint32_t(_mm_popcnt_u32(c.lit_mask)), dist_w = uint32_t(_mm_popcnt_u32(c.dist_mask));
@@ -311,10 +381,12 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
                                 _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, lit_w, dist_w);
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
-    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
+    // At least 32 entries: a literal's step reads one of them by its byte, and discards it.
+    for (uint32_t i = 0; i <= (c.dist_mask | 31); i += 8)
         store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
+    join_matches(ft, lit_w, lit_w > 3 ? 1u << lit_w : 8);
 }
 
 void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
@@ -378,6 +450,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     }
     ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
+    join_matches(ft, kFastRootBits, kFastLitEntries);
 }
 
 // ---- the fast loop ----
@@ -546,9 +619,10 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     return why;
 }
 
-// The fast loop on the decoder's own tables: the same steps as the loop above, each entry
-// used as it comes from the table. The general layout's widths are constants, which leaves
-// two more registers to the loop.
+// The fast loop on the decoder's own tables, each entry used as it comes from the table:
+// literals and whole matches in one step without a branch between them, other lengths with
+// their distances as in the loop above. The general layout's widths are constants, which
+// leaves two more registers to the loop.
 template <bool kGeneral>
 ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t* in_end, uint8_t* out_end,
                                uint8_t* hist, const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
@@ -580,33 +654,53 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc |= 56;                          \
     } while (0)
 #define ZEM_LOOKUP() e = lit[bb & lit_mask]
-    // The next entry's index comes from the bits before the shift, so that its load waits for
-    // one operation only.
-#define ZEM_LITERAL()                                  \
-    do {                                               \
-        const uint32_t next = lit[bextr(bb, e)];       \
-        bb >>= (e & 63);                               \
-        bc -= e;                                       \
-        *out++ = uint8_t(e >> 16);                     \
-        e = next;                                      \
+    // A literal or a whole match, without a branch between them to mispredict: both take at
+    // most 24 bits and write one copy of 16 bytes, from the literal's byte in the ramp or from
+    // the match's source. Matches that this copy cannot serve (closer than their length, or
+    // reaching before the output) go out of line. The next entry's index comes from the bits
+    // before the shift, so that its load waits for one operation only.
+#define ZEM_STEP()                                                                                       \
+    do {                                                                                                 \
+        const uint64_t saved = bb;                                                                       \
+        bb >>= (e & 63);                                                                                 \
+        bc -= e;                                                                                         \
+        const uint32_t next = ft.lit[bextr(saved, e)];                                                   \
+        const uint64_t len = (e >> 16) & 15;                                                             \
+        const uint64_t de = ft.dist[(e >> 20) & 2047];                                                   \
+        const uint32_t d = uint32_t(de >> 32) +                                                          \
+                           uint32_t(_bzhi_u64(saved >> ((e - de) & 63), de) >> (uint32_t(de) >> 16));   \
+        /* All ones for a literal: its source is in the ramp, and any distance fits. */                \
+        const uint64_t lit_ones = uint64_t(0) - uint64_t(len == 1);                                      \
+        const uint64_t from = uint64_t(out) ^ ((uint64_t(out) ^ uint64_t(ft.ramp + 256)) & lit_ones);    \
+        uint64_t odd = uint64_t(size_t(d) - 1 >= (size_t(out - hist) | lit_ones)) | uint64_t(d < len);   \
+        opaque(odd);                                                                                     \
+        if (ZEM_UNLIKELY(odd)) {                                                                         \
+            if (size_t(d) - 1 < size_t(out - hist))                                                      \
+                copy_wide(out, d, len);                                                                  \
+            else if (!far_copy(out, hist, d, uint32_t(len), win, win_size, win_idx)) {                   \
+                why = kFastBad;                                                                          \
+                goto stop;                                                                               \
+            }                                                                                            \
+            out += len;                                                                                  \
+            e = next;                                                                                    \
+            break;                                                                                       \
+        }                                                                                                \
+        copy16(out, reinterpret_cast<const uint8_t*>(from) - d);                                         \
+        out += len;                                                                                      \
+        e = next;                                                                                        \
     } while (0)
     ZEM_REFILL();
     uint32_t e;
     ZEM_LOOKUP();
     for (;;) {
-        if (e & kFastLiteral) {
-            ZEM_LITERAL();
-            if (e & kFastLiteral) {
-                ZEM_LITERAL();
-                if (e & kFastLiteral) {
-                    ZEM_LITERAL();
-                    if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-                    ZEM_REFILL();
-                    continue;
-                }
-            }
+        // Two steps per refill: it leaves 64 valid bits, enough for two steps and the lookup
+        // after them.
+        if (e & kFastStep) {
+            ZEM_STEP();
+            if (e & kFastStep) ZEM_STEP();
             if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
             ZEM_REFILL();
+            continue;
         }
         if (ZEM_UNLIKELY(e & kFastSpecial)) {
             if (e & kFastSub) {
@@ -665,9 +759,10 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
         ZEM_REFILL();
     }
+stop:
 #undef ZEM_REFILL
 #undef ZEM_LOOKUP
-#undef ZEM_LITERAL
+#undef ZEM_STEP
     f.in = in;
     f.bc = uint32_t(bc & 63);
     f.bb = bb;
