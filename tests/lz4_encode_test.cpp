@@ -1,7 +1,9 @@
 // LZ4 block encoders: every block decodes with liblz4 (with and without a dictionary); outputs at
 // guard pages; the bounded encoders at every capacity; table sizes, clamping and argument order.
 #include <gtest/gtest.h>
+#include <immintrin.h>
 #include <lz4.h>
+#include <string.h>
 
 #include <algorithm>
 #include <vector>
@@ -84,6 +86,110 @@ TEST(Lz4Encode, EveryEncoderDecodesWithLiblzAtAGuardPage) {
         ASSERT_EQ(zemsEncodeLZ4Safe_8u(in.data(), &consumed, out.data(), &written, table.data()), 0);
         EXPECT_EQ(consumed, n);
         ASSERT_EQ(Bytes(out.data(), out.data() + written), dflt);  // the same search
+    }
+}
+
+// The default search written plainly, one probe at a time: the CRC-32C hash of five bytes into
+// 4096 entries of the last position, 64 (16 for short inputs) positions one by one and then a
+// stride growing every 64 (16) probes, 48 after each match shorter than 64 bytes, matches
+// extended to 5 bytes before the end and back over their literals. Whatever the encoder does
+// to be fast, its blocks must be these bytes.
+Bytes model_block(const Bytes& in) {
+    const uint8_t* s = in.data();
+    const size_t n = in.size();
+    const bool wide = n >= 65536;
+    std::vector<uint32_t> table(4096, 0);
+    Bytes out;
+    auto word = [&](size_t p) {
+        uint32_t v;
+        memcpy(&v, s + p, 4);
+        return v;
+    };
+    auto length = [&](size_t v) {  // the extension bytes of a length part of 15 or more
+        for (v -= 15; v >= 255; v -= 255) out.push_back(255);
+        out.push_back(uint8_t(v));
+    };
+    auto token = [&](size_t lit, size_t ml) {
+        out.push_back(uint8_t(std::min<size_t>(lit, 15) << 4 | std::min<size_t>(ml, 15)));
+        if (lit >= 15) length(lit);
+    };
+    size_t anchor = 0;
+    if (n > 44) {
+        const size_t probe_end = n - 44, limit = n - 5;
+        size_t ip = 1, dense = wide ? 64 : 16, counter = dense;
+        unsigned shift = wide ? 6 : 4;
+        for (;;) {
+            size_t q = 0;
+            auto probe = [&](size_t p) {
+                const uint32_t h = _mm_crc32_u32(s[p + 4], word(p)) & 4095;
+                q = table[h];
+                table[h] = uint32_t(p);
+                return word(q) == word(p) && (!wide || p - q <= 65535);
+            };
+            bool found = false;
+            for (const size_t end = std::min(ip + dense, probe_end); ip < end && !(found = probe(ip));) ++ip;
+            if (!found && ip < probe_end) {
+                while (!(found = probe(ip))) {
+                    const size_t step = counter++ >> shift;
+                    if (step >= probe_end - ip) break;
+                    ip += step;
+                }
+            }
+            if (!found) break;
+            size_t len = 4;
+            while (ip + len < limit && s[ip + len] == s[q + len]) ++len;
+            const size_t resume = ip + len;
+            for (; ip > anchor && q > 0 && s[ip - 1] == s[q - 1]; --ip, --q) ++len;
+            token(ip - anchor, len - 4);
+            out.insert(out.end(), s + anchor, s + ip);
+            out.push_back(uint8_t(ip - q));
+            out.push_back(uint8_t((ip - q) >> 8));
+            if (len - 4 >= 15) length(len - 4);
+            anchor = ip = resume;
+            dense = len < 64 ? 48 : 0;
+            counter = 128;
+            shift = 6;
+        }
+    }
+    token(n - anchor, 0);  // the closing literals
+    out.insert(out.end(), s + anchor, s + n);
+    return out;
+}
+
+TEST(Lz4Encode, DefaultSearchIsThePlainModel) {
+    Bytes table(16384);
+    std::vector<Bytes> inputs;
+    for (size_t n : {45, 46, 47, 100, 4000, 65535, 65536, 200000}) inputs.push_back(zt::compressible_bytes(n, n + 7));
+    inputs.push_back(zt::random_bytes(70000, 3));  // strides to the end
+    Bytes runs(150000, 'x');                        // long matches: no dense probes after them
+    for (size_t i = 0; i < runs.size(); i += 997) runs[i] = uint8_t(i);
+    inputs.push_back(runs);
+    Bytes far = zt::random_bytes(66000, 4);  // repeats 66000 bytes back, out of an offset's reach
+    far.insert(far.end(), far.begin(), far.begin() + 40000);
+    inputs.push_back(far);
+    // Random bytes that end where the stride lands: the position 44 bytes before the end
+    // repeats the stride's previous position, and only a probe there would find it.
+    size_t prev = 65, p = 65;
+    for (size_t c = 64; p < 70000; prev = p, p += c++ >> 6) {
+    }
+    Bytes edge = zt::random_bytes(p + 44, 6);
+    memcpy(edge.data() + p, edge.data() + prev, 8);
+    inputs.push_back(edge);
+    // The same in the middle of a block, where a stride schedule off by one position misses it.
+    prev = p = 65;
+    for (size_t c = 64; p < 20000; prev = p, p += c++ >> 6) {
+    }
+    Bytes mid = zt::random_bytes(100000, 8);
+    memcpy(mid.data() + p, mid.data() + prev, 8);
+    inputs.push_back(mid);
+    for (const Bytes& in : inputs) {
+        Bytes out(bound(in.size()));
+        int32_t w = 0;
+        ASSERT_EQ(zemsEncodeLZ4_8u(in.data(), (int32_t)in.size(), out.data(), &w, table.data()), 0);
+        out.resize((size_t)w);
+        const Bytes want = model_block(in);
+        ASSERT_EQ(out.size(), want.size()) << in.size();
+        ASSERT_TRUE(out == want) << in.size();
     }
 }
 
