@@ -319,18 +319,22 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
 }
 
 // Turns the root entries of short lengths into whole matches where the root's index also holds
-// the distance code. Needs both tables built.
-void join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
+// the distance code. Needs both tables built. True when the code gives literals at least 85% of
+// the root's indexes: the share of literals among the block's symbols, as its encoder counted
+// them.
+bool join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     for (uint32_t k = 0; k < sizeof ft.ramp; ++k) ft.ramp[k] = uint8_t(k);
     for (uint32_t b = 0; b < 256; b += 8)
         store_dist(ft.dist + kRampEntry + b, _mm256_setzero_si256(), _mm256_sub_epi32(v8(256 - b), lane));
     const __m256i dist_mask = v8(ft.dist_mask);
     const uint32_t root = 1u << root_bits;
+    uint32_t literals = 0;
     for (uint32_t i = 0; i < entries; i += 8) {
         __m256i e = _mm256_load_si256((const __m256i*)(ft.lit + i));
         // Literals: a step of one byte from the ramp.
         const __m256i is_lit = _mm256_cmpgt_epi32(_mm256_setzero_si256(), e);
+        if (i < root) literals += uint32_t(_mm_popcnt_u32(uint32_t(_mm256_movemask_ps(_mm256_castsi256_ps(is_lit)))));
         e = pick(e, is_lit, _mm256_or_si256(_mm256_and_si256(e, v8(0xFFFF)),
                                             _mm256_or_si256(v8(kFastStep | 1u << 16 | kRampEntry << 20),
                                                             _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(e, 16), v8(255)), 20))));
@@ -364,9 +368,11 @@ void join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
         m = _mm256_or_si256(m, _mm256_slli_epi32(di, 20));
         _mm256_store_si256((__m256i*)(ft.lit + i), pick(e, ok, m));
     }
+    return literals * 20 >= (root > 8 ? root : 8) * 17;
 }
 
-void fast_tables(const CompactTables& c, FastTables& ft) {
+// Both return what join_matches does.
+bool fast_tables(const CompactTables& c, FastTables& ft) {
     // The masks are all ones below the tables' widths.
     const uint32_t lit_w = uint32_t(_mm_popcnt_u32(c.lit_mask)), dist_w = uint32_t(_mm_popcnt_u32(c.dist_mask));
     // Whole groups of eight: past a narrow table they read other bytes of the record and fill
@@ -382,10 +388,10 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
         store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
-    join_matches(ft, lit_w, lit_w > 3 ? 1u << lit_w : 8);
+    return join_matches(ft, lit_w, lit_w > 3 ? 1u << lit_w : 8);
 }
 
-void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
+bool fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     const GeneralTables& g = *gv.g;
     // The second-level tables first, so that the root can take entries from them as it goes.
     for (uint32_t i = kRootSize; i < kLitEntries; i += 8) {
@@ -446,7 +452,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     }
     ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
-    join_matches(ft, kFastRootBits, kFastLitEntries);
+    return join_matches(ft, kFastRootBits, kFastLitEntries);
 }
 
 // ---- the fast loop ----
@@ -799,42 +805,30 @@ stop:
     return why;
 }
 
-// Refills per stretch between choices of the loop, and the choice: runs of literals make few
-// bytes per refill, matches many. The thresholds differ by the loop in use, which counts
-// refills differently.
-constexpr size_t kStretchRefills = 1024;
-constexpr size_t kRunsEnterBelow = 3, kRunsLeaveAbove = 4;
-
-// Rewrites the tables and runs the loops above in stretches: worth it only when much is to be
-// decoded.
+// Rewrites the tables and runs the loops above: worth it only when much is to be decoded. The
+// loop with runs serves blocks whose code gives literals at least 85% of the symbols (float
+// data, incompressible stretches), where its branch predicts well; the step loop all others.
 template <class T>
 ZEM_NOINLINE int fast_own(const T& tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
                           const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
     FastTables ft;
-    fast_tables(tab, ft);
+    const bool runs = fast_tables(tab, ft);
     // Refills that certainly stay within both margins: each takes at most 8 input bytes and
     // the symbols after it write at most kMaxMatch bytes.
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
-    bool runs = false;
     for (;;) {
         const size_t by_in = f.in < in_stop ? size_t(in_stop - f.in) / 8 : 0;
         const size_t by_out = f.out < out_stop ? size_t(out_stop - f.out) / kMaxMatch : 0;
         size_t n = by_in < by_out ? by_in : by_out;
         if (n == 0) return kFastGoOn;
-        if (n > kStretchRefills) n = kStretchRefills;
-        // The step loop's distance test needs 16 bytes of output behind it; until then, a few
-        // refills at a time with runs.
-        if (f.out - hist < 16) {
-            runs = true;
-            if (n > 16) n = 16;
-        }
-        uint8_t* const before = f.out;
-        const int r = runs ? fast_loop_own<T::kHasSub, true>(ft, f, n, hist, win, win_size, win_idx)
-                           : fast_loop_own<T::kHasSub, false>(ft, f, n, hist, win, win_size, win_idx);
+        // The step loop's distance test needs 16 bytes of output behind it; until then, runs,
+        // a few refills at a time.
+        const bool start = f.out - hist < 16;
+        if (start && n > 16) n = 16;
+        const int r = runs || start ? fast_loop_own<T::kHasSub, true>(ft, f, n, hist, win, win_size, win_idx)
+                                    : fast_loop_own<T::kHasSub, false>(ft, f, n, hist, win, win_size, win_idx);
         if (r != kFastGoOn) return r;
-        const size_t made = size_t(f.out - before);
-        runs = runs ? made <= kRunsLeaveAbove * n : made < kRunsEnterBelow * n;
     }
 }
 
