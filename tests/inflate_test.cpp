@@ -458,39 +458,45 @@ TEST(InflateDecode, ChecksArgumentsAndRefusesBadStreams) {
 }
 
 TEST(InflateDecode, LongCallsRefuseAMatchOneByteBeforeTheirHistory) {
-    // Short codes, so that a length code and the distance code after it fit in one lookup:
-    // length 3 is '0', 'a' is '10'; distance code 13 (97 + 5 extra bits) is '0'.
+    // Short codes, so that a length code and the distance code after it fit in one lookup.
     std::vector<uint16_t> lit(286, 0), dist(30, 0);
-    lit[257] = 1, lit['a'] = 2, lit['b'] = 3;
-    for (uint32_t s = 'c', l = 4; l <= 10; ++s, ++l) lit[s] = uint16_t(l);
-    lit[256] = 11, lit['j'] = 11;
-    dist[13] = 1, dist[0] = 2, dist[1] = 2;
+    lit[264] = 1, lit[257] = 2, lit['a'] = 3, lit[256] = 4;
+    for (uint32_t s = 'b', l = 5; l <= 11; ++s, ++l) lit[s] = uint16_t(l);
+    lit['i'] = 11;
+    for (uint32_t c = 0; c < 30; ++c) dist[c] = c < 2 ? 4 : 5;
     auto lc = canonical(lit), dc = canonical(dist);
     const Bytes win = zt::random_bytes(4096, 5);
-    for (uint32_t d : {100u, 101u}) {
-        for (bool with_window : {false, true}) {
-            // 100 literals, then the match; padded so that the call is long enough for the
-            // decoder's own tables.
+    // 16 literals, k matches of 10 bytes at distance 1, then a match of 3 bytes whose distance
+    // is the output so far, or one more: after every number of steps and whatever loop the
+    // decoder has chosen by then.
+    for (uint32_t k = 0; k < 40; ++k) {
+        const uint32_t produced = 16 + 10 * k;
+        for (uint32_t d : {produced, produced + 1}) {
+            uint32_t c = 0;
+            while (c + 1 < 30 && zi::kDistBase[c + 1] <= d) ++c;
             BitWriter w;
-            for (int i = 0; i < 100; ++i) w.code(lc['a'], lit['a']);
-            w.code(lc[257], lit[257]), w.code(dc[13], dist[13]), w.put(d - 97, 5);
+            for (int i = 0; i < 16; ++i) w.code(lc['a'], lit['a']);
+            for (uint32_t i = 0; i < k; ++i) w.code(lc[264], lit[264]), w.code(dc[0], dist[0]);
+            w.code(lc[257], lit[257]), w.code(dc[c], dist[c]), w.put(d - zi::kDistBase[c], zi::kDistExtra[c]);
             w.code(lc[256], lit[256]);
             Bytes body = w.finish(), out(8192);
-            body.resize(2000, 0x5a);
-            zemInflateState st = build_state(lit, dist);
-            if (with_window) st.window = const_cast<uint8_t*>(win.data()), st.windowSize = uint32_t(win.size());
-            Call c{body.data(), uint32_t(body.size()), out.data(), uint32_t(out.size())};
-            const zemStatus s = c.run(st);
-            Bytes expect(100, 'a');
-            if (d == 101 && !with_window) {
-                EXPECT_EQ(s, zemStatusBadData);
-                EXPECT_EQ(Bytes(out.data(), c.dst), expect);
-                continue;
+            body.resize(2000, 0x5a);  // long enough for the decoder's own tables
+            for (bool with_window : {false, true}) {
+                zemInflateState st = build_state(lit, dist);
+                if (with_window) st.window = const_cast<uint8_t*>(win.data()), st.windowSize = uint32_t(win.size());
+                Call call{body.data(), uint32_t(body.size()), out.data(), uint32_t(out.size())};
+                const zemStatus s = call.run(st);
+                Bytes expect(produced, 'a');
+                if (d > produced && !with_window) {
+                    EXPECT_EQ(s, zemStatusBadData) << k;
+                    EXPECT_EQ(Bytes(out.data(), call.dst), expect) << k;
+                    continue;
+                }
+                expect.push_back(d > produced ? win.back() : 'a');
+                expect.push_back('a'), expect.push_back('a');
+                EXPECT_TRUE(s == zemStatusOk && call.mode == 0) << k << " " << d << " " << with_window;
+                EXPECT_EQ(Bytes(out.data(), call.dst), expect) << k << " " << d << " " << with_window;
             }
-            expect.push_back(d == 101 ? win.back() : 'a');
-            expect.push_back('a'), expect.push_back('a');
-            EXPECT_TRUE(s == zemStatusOk && c.mode == 0) << d << with_window;
-            EXPECT_EQ(Bytes(out.data(), c.dst), expect) << d << with_window;
         }
     }
 }

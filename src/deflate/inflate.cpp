@@ -45,10 +45,6 @@ ZEM_INLINE uint64_t load64(const uint8_t* p) {
     return v;
 }
 
-// Keeps the compiler from turning the value's computation into branches: it must be in a
-// register as it stands.
-ZEM_INLINE void opaque(uint64_t& v) { __asm__("" : "+r"(v)); }
-
 // (v >> ctl[7:0]) & ((1 << ctl[15:8]) - 1) in one operation.
 ZEM_INLINE uint64_t bextr(uint64_t v, uint64_t ctl) { return __builtin_ia32_bextr_u64(v, ctl); }
 
@@ -323,18 +319,22 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
 }
 
 // Turns the root entries of short lengths into whole matches where the root's index also holds
-// the distance code. Needs both tables built.
-void join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
+// the distance code. Needs both tables built. True when the code gives literals at least 85% of
+// the root's indexes: the share of literals among the block's symbols, as its encoder counted
+// them.
+bool join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     for (uint32_t k = 0; k < sizeof ft.ramp; ++k) ft.ramp[k] = uint8_t(k);
     for (uint32_t b = 0; b < 256; b += 8)
         store_dist(ft.dist + kRampEntry + b, _mm256_setzero_si256(), _mm256_sub_epi32(v8(256 - b), lane));
     const __m256i dist_mask = v8(ft.dist_mask);
     const uint32_t root = 1u << root_bits;
+    uint32_t literals = 0;
     for (uint32_t i = 0; i < entries; i += 8) {
         __m256i e = _mm256_load_si256((const __m256i*)(ft.lit + i));
         // Literals: a step of one byte from the ramp.
         const __m256i is_lit = _mm256_cmpgt_epi32(_mm256_setzero_si256(), e);
+        if (i < root) literals += uint32_t(_mm_popcnt_u32(uint32_t(_mm256_movemask_ps(_mm256_castsi256_ps(is_lit)))));
         e = pick(e, is_lit, _mm256_or_si256(_mm256_and_si256(e, v8(0xFFFF)),
                                             _mm256_or_si256(v8(kFastStep | 1u << 16 | kRampEntry << 20),
                                                             _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(e, 16), v8(255)), 20))));
@@ -368,9 +368,11 @@ void join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
         m = _mm256_or_si256(m, _mm256_slli_epi32(di, 20));
         _mm256_store_si256((__m256i*)(ft.lit + i), pick(e, ok, m));
     }
+    return literals * 20 >= (root > 8 ? root : 8) * 17;
 }
 
-void fast_tables(const CompactTables& c, FastTables& ft) {
+// Both return what join_matches does.
+bool fast_tables(const CompactTables& c, FastTables& ft) {
     // The masks are all ones below the tables' widths.
     const uint32_t lit_w = uint32_t(_mm_popcnt_u32(c.lit_mask)), dist_w = uint32_t(_mm_popcnt_u32(c.dist_mask));
     // Whole groups of eight: past a narrow table they read other bytes of the record and fill
@@ -386,10 +388,10 @@ void fast_tables(const CompactTables& c, FastTables& ft) {
         store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
-    join_matches(ft, lit_w, lit_w > 3 ? 1u << lit_w : 8);
+    return join_matches(ft, lit_w, lit_w > 3 ? 1u << lit_w : 8);
 }
 
-void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
+bool fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     const GeneralTables& g = *gv.g;
     // The second-level tables first, so that the root can take entries from them as it goes.
     for (uint32_t i = kRootSize; i < kLitEntries; i += 8) {
@@ -450,7 +452,7 @@ void fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     }
     ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
-    join_matches(ft, kFastRootBits, kFastLitEntries);
+    return join_matches(ft, kFastRootBits, kFastLitEntries);
 }
 
 // ---- the fast loop ----
@@ -619,13 +621,22 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     return why;
 }
 
-// The fast loop on the decoder's own tables, each entry used as it comes from the table:
-// literals and whole matches in one step without a branch between them, other lengths with
-// their distances as in the loop above. The general layout's widths are constants, which
-// leaves two more registers to the loop.
-template <bool kGeneral>
-ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t* in_end, uint8_t* out_end,
-                               uint8_t* hist, const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
+// Literal entries of the decoder's own tables (step entries whose distance index is a ramp
+// entry's, which only literals have: its bit 10 is set).
+constexpr uint32_t kFastLit = 1u << 30;
+static_assert(kRampEntry == 1280 && kDistEntries <= kRampEntry && (kRampEntry & 255) == 0);
+
+// The fast loop on the decoder's own tables, each entry used as it comes from the table, for
+// `budget` refills at most. Two ways of taking literals and whole matches:
+//  - kRuns false: one step for either, without a branch between them to mispredict, two steps
+//    per refill. Needs 16 bytes of output behind it (see the step's distance test).
+//  - kRuns true: up to three literals per refill, a whole match in a step of its own. Fewer
+//    operations per literal where literals come in long runs.
+// Other lengths take their distances as in the loop above. The general layout's widths are
+// constants, which leaves two more registers to the loop.
+template <bool kGeneral, bool kRuns>
+ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, size_t budget, uint8_t* hist,
+                               const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
     const uint8_t* in = f.in;
     uint8_t* out = f.out;
     uint64_t bb = f.bb;
@@ -637,15 +648,6 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
     const uint64_t* const dtab = reinterpret_cast<const uint64_t*>(ft.lit + kFastLitEntries);
     static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
-    const uint8_t* const in_stop = in_end - kFastMinInput;
-    uint8_t* const out_stop = out_end - kFastMinRoom;
-    auto safe_refills = [&] {
-        size_t by_in = in < in_stop ? size_t(in_stop - in) / 8 : 0;
-        size_t by_out = out < out_stop ? size_t(out_stop - out) / kMaxMatch : 0;
-        return by_in < by_out ? by_in : by_out;
-    };
-    size_t budget = safe_refills();
-    if (!budget) return kFastGoOn;
     int why = kFastGoOn;
 #define ZEM_REFILL()                       \
     do {                                   \
@@ -654,11 +656,16 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         bc |= 56;                          \
     } while (0)
 #define ZEM_LOOKUP() e = lit[bb & lit_mask]
-    // A literal or a whole match, without a branch between them to mispredict: both take at
-    // most 24 bits and write one copy of 16 bytes, from the literal's byte in the ramp or from
-    // the match's source. Matches that this copy cannot serve (closer than their length, or
-    // reaching before the output) go out of line. The next entry's index comes from the bits
-    // before the shift, so that its load waits for one operation only.
+    // A literal or a whole match: at most 24 bits and one copy of 16 bytes, from the literal's
+    // byte in the ramp or from the match's source, chosen by a mask rather than a branch.
+    // Matches that this copy cannot serve (closer than their length, or reaching before the
+    // output) go out of line. The next entry's index comes from the bits before the shift, so
+    // that its load waits for one operation only.
+    //
+    // The distance test is one compare, len <= d <= room, as d - len <= room - len: exact once
+    // the output behind is at least the longest such match (10 bytes), and always true for a
+    // literal, whose room is all ones. The loop with runs may start at the output's first byte,
+    // and tests both ends.
 #define ZEM_STEP()                                                                                       \
     do {                                                                                                 \
         const uint64_t saved = bb;                                                                       \
@@ -669,12 +676,10 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         const uint64_t de = ft.dist[(e >> 20) & 2047];                                                   \
         const uint32_t d = uint32_t(de >> 32) +                                                          \
                            uint32_t(_bzhi_u64(saved >> ((e - de) & 63), de) >> (uint32_t(de) >> 16));   \
-        /* All ones for a literal: its source is in the ramp, and any distance fits. */                \
         const uint64_t lit_ones = uint64_t(0) - uint64_t(len == 1);                                      \
         const uint64_t from = uint64_t(out) ^ ((uint64_t(out) ^ uint64_t(ft.ramp + 256)) & lit_ones);    \
-        uint64_t odd = uint64_t(size_t(d) - 1 >= (size_t(out - hist) | lit_ones)) | uint64_t(d < len);   \
-        opaque(odd);                                                                                     \
-        if (ZEM_UNLIKELY(odd)) {                                                                         \
+        const uint64_t room = size_t(out - hist) | lit_ones;                                             \
+        if (ZEM_UNLIKELY(kRuns ? size_t(d) - 1 >= room || d < len : d - len > room - len)) {             \
             if (size_t(d) - 1 < size_t(out - hist))                                                      \
                 copy_wide(out, d, len);                                                                  \
             else if (!far_copy(out, hist, d, uint32_t(len), win, win_size, win_idx)) {                   \
@@ -689,18 +694,47 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         out += len;                                                                                      \
         e = next;                                                                                        \
     } while (0)
+#define ZEM_LITERAL()                                  \
+    do {                                               \
+        const uint32_t next = lit[bextr(bb, e)];       \
+        bb >>= (e & 63);                               \
+        bc -= e;                                       \
+        *out++ = uint8_t(e >> 20);                     \
+        e = next;                                      \
+    } while (0)
     ZEM_REFILL();
     uint32_t e;
     ZEM_LOOKUP();
     for (;;) {
-        // Two steps per refill: it leaves 64 valid bits, enough for two steps and the lookup
-        // after them.
-        if (e & kFastStep) {
-            ZEM_STEP();
-            if (e & kFastStep) ZEM_STEP();
-            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
-            ZEM_REFILL();
-            continue;
+        if constexpr (kRuns) {
+            // A refill leaves 64 valid bits: three literals of up to 15 bits, or a step, and the
+            // lookup after them.
+            if (e & kFastLit) {
+                ZEM_LITERAL();
+                if (e & kFastLit) {
+                    ZEM_LITERAL();
+                    if (e & kFastLit) ZEM_LITERAL();
+                }
+                if (ZEM_UNLIKELY(--budget == 0)) break;
+                ZEM_REFILL();
+                continue;
+            }
+            if (e & kFastStep) {
+                ZEM_STEP();
+                if (ZEM_UNLIKELY(--budget == 0)) break;
+                ZEM_REFILL();
+                continue;
+            }
+        } else {
+            // Two steps per refill: it leaves 64 valid bits, enough for two steps and the
+            // lookup after them.
+            if (e & kFastStep) {
+                ZEM_STEP();
+                if (e & kFastStep) ZEM_STEP();
+                if (ZEM_UNLIKELY(--budget == 0)) break;
+                ZEM_REFILL();
+                continue;
+            }
         }
         if (ZEM_UNLIKELY(e & kFastSpecial)) {
             if (e & kFastSub) {
@@ -743,7 +777,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
         if (ZEM_LIKELY(size_t(d) - 1 < size_t(out - hist))) {
             uint8_t* const dst = out;
             out += mlen;
-            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) {
+            if (ZEM_UNLIKELY(--budget == 0)) {
                 copy_wide(dst, d, mlen);
                 break;
             }
@@ -756,13 +790,14 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, const uint8_t
             break;
         }
         out += mlen;
-        if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+        if (ZEM_UNLIKELY(--budget == 0)) break;
         ZEM_REFILL();
     }
 stop:
 #undef ZEM_REFILL
 #undef ZEM_LOOKUP
 #undef ZEM_STEP
+#undef ZEM_LITERAL
     f.in = in;
     f.bc = uint32_t(bc & 63);
     f.bb = bb;
@@ -770,13 +805,31 @@ stop:
     return why;
 }
 
-// Rewrites the tables and runs the loop above: worth it only when much is to be decoded.
+// Rewrites the tables and runs the loops above: worth it only when much is to be decoded. The
+// loop with runs serves blocks whose code gives literals at least 85% of the symbols (float
+// data, incompressible stretches), where its branch predicts well; the step loop all others.
 template <class T>
 ZEM_NOINLINE int fast_own(const T& tab, FastState& f, const uint8_t* in_end, uint8_t* out_end, uint8_t* hist,
                           const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
     FastTables ft;
-    fast_tables(tab, ft);
-    return fast_loop_own<T::kHasSub>(ft, f, in_end, out_end, hist, win, win_size, win_idx);
+    const bool runs = fast_tables(tab, ft);
+    // Refills that certainly stay within both margins: each takes at most 8 input bytes and
+    // the symbols after it write at most kMaxMatch bytes.
+    const uint8_t* const in_stop = in_end - kFastMinInput;
+    uint8_t* const out_stop = out_end - kFastMinRoom;
+    for (;;) {
+        const size_t by_in = f.in < in_stop ? size_t(in_stop - f.in) / 8 : 0;
+        const size_t by_out = f.out < out_stop ? size_t(out_stop - f.out) / kMaxMatch : 0;
+        size_t n = by_in < by_out ? by_in : by_out;
+        if (n == 0) return kFastGoOn;
+        // The step loop's distance test needs 16 bytes of output behind it; until then, runs,
+        // a few refills at a time.
+        const bool start = f.out - hist < 16;
+        if (start && n > 16) n = 16;
+        const int r = runs || start ? fast_loop_own<T::kHasSub, true>(ft, f, n, hist, win, win_size, win_idx)
+                                    : fast_loop_own<T::kHasSub, false>(ft, f, n, hist, win, win_size, win_idx);
+        if (r != kFastGoOn) return r;
+    }
 }
 
 template <class T>
