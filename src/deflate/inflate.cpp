@@ -226,10 +226,11 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //               length after a literal, distance after a length). With bits 0-7 this is the
 //               control word of BEXTR, which takes the next index from the bits before the
 //               shift: one operation between a load and the next, not a shift and a mask
-//   bits 16-31  the literal byte, the length (9 bits), the distance
-//   bits 25-28  lengths: the code length, where the extra bits begin
+//   bits 16-31  lengths: the length (9 bits), and in bits 25-28 the code length, where the
+//               extra bits begin, so that the bits above the code length are clear;
+//               literals: 1 in bits 16-19 and the index of their distance entry (below) in
+//               bits 20-30
 //   bit 31      a literal (a sign test)
-// so that in a length entry the bits above the code length are clear.
 // Distance entries are 64 bits wide: the low word holds the literal/length width in bits 8-15
 // likewise and the code length in bits 16-19, with nothing above it; the high word holds the
 // distance, so that one load, on one cache line, brings both. Specials use bits 12 and 13:
@@ -241,8 +242,8 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 // A short length without extra bits is usually followed by a distance code short enough that
 // both codes lie within the literal/length root's index. The entry at such an index holds the
 // whole match, so that the distance's table lookup leaves the chain from one symbol to the next.
-// Literals are then rewritten alike, as matches of one byte from a distance entry of their own
-// that points into a ramp of all byte values, so that both take the same steps:
+// Literals are written alike, as matches of one byte from a distance entry of their own that
+// points into a ramp of all byte values, so that both take the same steps:
 //   bits 0-5    bits the step takes: codes and the distance's extra bits
 //   bits 8-15   the literal/length width, as before
 //   bits 16-19  the length: 3 to 10, or 1 for a literal
@@ -250,7 +251,7 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
 //   bit 31      a step (a sign test)
 constexpr uint32_t kFastSpecial = 0x40;
 constexpr uint32_t kFastLiteral = 0x80000000u;
-// The literal flag, once the whole-match pass has rewritten the literal/length entries.
+// The literal flag, once the whole-match pass has rewritten the length entries.
 constexpr uint32_t kFastStep = kFastLiteral;
 constexpr uint32_t kFastLenShift = 25;
 constexpr uint32_t kFastSub = 0x1000;
@@ -297,7 +298,8 @@ ZEM_INLINE __m256i lit_entries(__m256i n, __m256i kind, __m256i v, uint32_t eob_
                                uint32_t dist_w) {
     const __m256i v16 = _mm256_slli_epi32(v, 16);
     __m256i e = v8(kFastSpecial);
-    __m256i lit = _mm256_or_si256(_mm256_or_si256(n, v8(kFastLiteral | lit_w << 8)), v16);
+    __m256i lit = _mm256_or_si256(n, v8(kFastLiteral | lit_w << 8 | 1u << 16 | kRampEntry << 20));
+    lit = _mm256_or_si256(lit, _mm256_slli_epi32(v, 20));
     e = pick(e, _mm256_andnot_si256(_mm256_cmpeq_epi32(n, _mm256_setzero_si256()),
                                     _mm256_cmpeq_epi32(kind, _mm256_setzero_si256())),
              lit);
@@ -322,36 +324,25 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
 // the distance code. Needs both tables built. True when the code gives literals at least 85% of
 // the root's indexes: the share of literals among the block's symbols, as its encoder counted
 // them.
-bool join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
+bool join_matches(FastTables& ft, uint32_t root_bits) {
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     for (uint32_t k = 0; k < sizeof ft.ramp; ++k) ft.ramp[k] = uint8_t(k);
     for (uint32_t b = 0; b < 256; b += 8)
         store_dist(ft.dist + kRampEntry + b, _mm256_setzero_si256(), _mm256_sub_epi32(v8(256 - b), lane));
     const __m256i dist_mask = v8(ft.dist_mask);
-    const uint32_t root = 1u << root_bits;
+    // Whole groups of eight, as the tables were built.
+    const uint32_t root = root_bits > 3 ? 1u << root_bits : 8;
     uint32_t literals = 0;
-    for (uint32_t i = 0; i < entries; i += 8) {
-        __m256i e = _mm256_load_si256((const __m256i*)(ft.lit + i));
-        // Literals: a step of one byte from the ramp.
-        const __m256i is_lit = _mm256_cmpgt_epi32(_mm256_setzero_si256(), e);
-        if (i < root) literals += uint32_t(_mm_popcnt_u32(uint32_t(_mm256_movemask_ps(_mm256_castsi256_ps(is_lit)))));
-        e = pick(e, is_lit, _mm256_or_si256(_mm256_and_si256(e, v8(0xFFFF)),
-                                            _mm256_or_si256(v8(kFastStep | 1u << 16 | kRampEntry << 20),
-                                                            _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(e, 16), v8(255)), 20))));
-        if (i >= root) {
-            _mm256_store_si256((__m256i*)(ft.lit + i), e);
-            continue;
-        }
+    for (uint32_t i = 0; i < root; i += 8) {
+        const __m256i e = _mm256_load_si256((const __m256i*)(ft.lit + i));
+        literals += uint32_t(_mm_popcnt_u32(uint32_t(_mm256_movemask_ps(_mm256_castsi256_ps(e)))));
         // Lengths 3..10 (no extra bits): no flag, the length's bits its code's alone.
         const __m256i n = _mm256_and_si256(e, v8(63));
         __m256i ok = _mm256_cmpeq_epi32(_mm256_and_si256(e, v8(kFastSpecial | kFastLiteral)), _mm256_setzero_si256());
         ok = _mm256_and_si256(ok, _mm256_cmpeq_epi32(n, _mm256_srli_epi32(e, kFastLenShift)));
         const __m256i len = _mm256_and_si256(_mm256_srli_epi32(e, 16), v8(0x1FF));
         ok = _mm256_and_si256(ok, _mm256_cmpgt_epi32(v8(11), len));
-        if (_mm256_testz_si256(ok, ok)) {
-            _mm256_store_si256((__m256i*)(ft.lit + i), e);
-            continue;
-        }
+        if (_mm256_testz_si256(ok, ok)) continue;
         // The distance entry at the bits after the length code, as far as the index sees them;
         // the whole distance code must lie within them.
         const __m256i di = _mm256_and_si256(_mm256_srlv_epi32(_mm256_add_epi32(v8(i), lane), n), dist_mask);
@@ -368,7 +359,7 @@ bool join_matches(FastTables& ft, uint32_t root_bits, uint32_t entries) {
         m = _mm256_or_si256(m, _mm256_slli_epi32(di, 20));
         _mm256_store_si256((__m256i*)(ft.lit + i), pick(e, ok, m));
     }
-    return literals * 20 >= (root > 8 ? root : 8) * 17;
+    return literals * 20 >= root * 17;
 }
 
 // Both return what join_matches does.
@@ -388,7 +379,7 @@ bool fast_tables(const CompactTables& c, FastTables& ft) {
         store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
-    return join_matches(ft, lit_w, lit_w > 3 ? 1u << lit_w : 8);
+    return join_matches(ft, lit_w);
 }
 
 bool fast_tables(const GeneralTablesView& gv, FastTables& ft) {
@@ -452,7 +443,7 @@ bool fast_tables(const GeneralTablesView& gv, FastTables& ft) {
     }
     ft.lit_mask = kFastRootSize - 1;
     ft.dist_mask = kRootSize - 1;
-    return join_matches(ft, kFastRootBits, kFastLitEntries);
+    return join_matches(ft, kFastRootBits);
 }
 
 // ---- the fast loop ----
