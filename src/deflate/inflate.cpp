@@ -321,9 +321,9 @@ ZEM_INLINE __m256i dist_entries(__m256i t, uint32_t lit_w) {
 }
 
 // Turns the root entries of short lengths into whole matches where the root's index also holds
-// the distance code. Needs both tables built. True when the code gives literals at least 85% of
-// the root's indexes: the share of literals among the block's symbols, as its encoder counted
-// them.
+// the distance code, and writes the ramp and the literals' distance entries. Needs both tables
+// built. True when the code gives literals at least 85% of the root's indexes: the share of
+// literals among the block's symbols, as its encoder counted them.
 bool join_matches(FastTables& ft, uint32_t root_bits) {
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     for (uint32_t k = 0; k < sizeof ft.ramp; ++k) ft.ramp[k] = uint8_t(k);
