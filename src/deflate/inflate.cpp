@@ -375,8 +375,7 @@ bool fast_tables(const CompactTables& c, FastTables& ft) {
                                 _mm256_srli_epi32(w, 8), kKindEobCompact >> 4, lit_w, dist_w);
         _mm256_store_si256((__m256i*)(ft.lit + i), e);
     }
-    // At least 32 entries: a literal's step reads one of them by its byte, and discards it.
-    for (uint32_t i = 0; i <= (c.dist_mask | 31); i += 8)
+    for (uint32_t i = 0; i <= c.dist_mask; i += 8)
         store_dist(ft.dist + i, dist_entries(bytes8(c.dist_kind + i), lit_w), words8(c.dist_base + i));
     ft.lit_mask = c.lit_mask;
     ft.dist_mask = c.dist_mask;
@@ -458,6 +457,16 @@ struct FastState {
     uint32_t bc;
 };
 
+// Refills that certainly stay within both margins of the fast loops (stops at kFastMinInput
+// before the input's end and kFastMinRoom before the output's): each takes at most 8 input
+// bytes and the symbols after it write at most kMaxMatch bytes. Counting them down is cheaper
+// than testing both margins after every symbol.
+ZEM_INLINE size_t safe_refills(const uint8_t* in, const uint8_t* in_stop, const uint8_t* out, const uint8_t* out_stop) {
+    const size_t by_in = in < in_stop ? size_t(in_stop - in) / 8 : 0;
+    const size_t by_out = out < out_stop ? size_t(out_stop - out) / kMaxMatch : 0;
+    return by_in < by_out ? by_in : by_out;
+}
+
 // A match of the fast loop that starts before the output buffer: from the window, whole (the
 // fast loop's room always covers it). False when there is no such history.
 ZEM_NOINLINE bool far_copy(uint8_t* out, uint8_t* hist, uint32_t d, uint32_t mlen, const uint8_t* win,
@@ -484,15 +493,9 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
     uint32_t bc = f.bc;
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
-    // Refills that certainly stay within both margins: each takes at most 8 input bytes and
-    // the symbols after it write at most kMaxMatch bytes. Counting them down is cheaper than
-    // testing both margins after every symbol; the count is made again when it runs out.
-    auto safe_refills = [&] {
-        size_t by_in = in < in_stop ? size_t(in_stop - in) / 8 : 0;
-        size_t by_out = out < out_stop ? size_t(out_stop - out) / kMaxMatch : 0;
-        return by_in < by_out ? by_in : by_out;
-    };
-    size_t budget = safe_refills();
+    // The count is made again when it runs out.
+    auto refills = [&] { return safe_refills(in, in_stop, out, out_stop); };
+    size_t budget = refills();
     if (!budget) return kFastGoOn;
     int why = kFastGoOn;
     // Entries are read as an index and a tag (bits and kind); the value byte is fetched only
@@ -536,13 +539,13 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
                 ZEM_LOOKUP();
                 if (t < 0x10) {
                     ZEM_LITERAL();
-                    if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+                    if (ZEM_UNLIKELY(--budget == 0) && (budget = refills()) == 0) break;
                     ZEM_LOOKUP();
                     ZEM_REFILL();
                     continue;
                 }
             }
-            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = refills()) == 0) break;
             ZEM_REFILL();
         }
         if (ZEM_UNLIKELY(t - 0x80 >= 0x60)) {
@@ -585,7 +588,7 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
             // the copy's loop to be resolved.
             uint8_t* const dst = out;
             out += mlen;
-            if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) {
+            if (ZEM_UNLIKELY(--budget == 0) && (budget = refills()) == 0) {
                 copy_wide(dst, d, mlen);
                 break;
             }
@@ -599,7 +602,7 @@ ZEM_NOINLINE int fast_loop(const T tab, FastState& f, const uint8_t* in_end, uin
             break;
         }
         out += mlen;
-        if (ZEM_UNLIKELY(--budget == 0) && (budget = safe_refills()) == 0) break;
+        if (ZEM_UNLIKELY(--budget == 0) && (budget = refills()) == 0) break;
         ZEM_LOOKUP();
         ZEM_REFILL();
     }
@@ -635,10 +638,9 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, size_t budget
     // Only the low 6 bits of bc count: whole entries are subtracted from it, flags and all. It
     // stays between 8 and 63 here, so those bits are exact.
     uint64_t bc = f.bc;
-    // One base register for both tables.
+    // The tables, the ramp included, are addressed from the record as ft.x: a pointer of their
+    // own would be hoisted out of the loop and spilled, where a displacement costs nothing.
     const uint32_t* const lit = ft.lit;
-    const uint64_t* const dtab = reinterpret_cast<const uint64_t*>(ft.lit + kFastLitEntries);
-    static_assert(offsetof(FastTables, dist) == kFastLitEntries * 4);
     const uint64_t lit_mask = kGeneral ? kFastRootSize - 1 : ft.lit_mask;
     int why = kFastGoOn;
 #define ZEM_REFILL()                       \
@@ -663,7 +665,7 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, size_t budget
         const uint64_t saved = bb;                                                                       \
         bb >>= (e & 63);                                                                                 \
         bc -= e;                                                                                         \
-        const uint32_t next = ft.lit[bextr(saved, e)];                                                   \
+        const uint32_t next = lit[bextr(saved, e)];                                                      \
         const uint64_t len = (e >> 16) & 15;                                                             \
         const uint64_t de = ft.dist[(e >> 20) & 2047];                                                   \
         const uint32_t d = uint32_t(de >> 32) +                                                          \
@@ -748,12 +750,12 @@ ZEM_NOINLINE int fast_loop_own(const FastTables& ft, FastState& f, size_t budget
         bb >>= (e & 63);
         bc -= e;
         size_t di = bextr(saved, e);
-        uint64_t de = dtab[di];
+        uint64_t de = ft.dist[di];
         uint32_t mlen = ((e >> 16) & 0x1FF) + uint32_t(_bzhi_u64(saved, e) >> (e >> kFastLenShift));
         if (ZEM_UNLIKELY(de & kFastSpecial)) {
             if (de & kFastSub) {
                 di = (uint32_t(de) >> 16) + _bzhi_u64(bb >> kRootBits, de & 15);
-                de = dtab[di];
+                de = ft.dist[di];
             }
             if (de & kFastSpecial) {
                 why = kFastBad;
@@ -805,14 +807,10 @@ ZEM_NOINLINE int fast_own(const T& tab, FastState& f, const uint8_t* in_end, uin
                           const uint8_t* win, uint32_t win_size, uint32_t win_idx) {
     FastTables ft;
     const bool runs = fast_tables(tab, ft);
-    // Refills that certainly stay within both margins: each takes at most 8 input bytes and
-    // the symbols after it write at most kMaxMatch bytes.
     const uint8_t* const in_stop = in_end - kFastMinInput;
     uint8_t* const out_stop = out_end - kFastMinRoom;
     for (;;) {
-        const size_t by_in = f.in < in_stop ? size_t(in_stop - f.in) / 8 : 0;
-        const size_t by_out = f.out < out_stop ? size_t(out_stop - f.out) / kMaxMatch : 0;
-        size_t n = by_in < by_out ? by_in : by_out;
+        size_t n = safe_refills(f.in, in_stop, f.out, out_stop);
         if (n == 0) return kFastGoOn;
         // The step loop's distance test needs 16 bytes of output behind it; until then, runs,
         // a few refills at a time.

@@ -225,12 +225,7 @@ constexpr void build_general(const uint16_t* lens, uint32_t n_lit, uint32_t n_di
                 }
             return;
         }
-        if (spread_lit_root) {
-            g.lit_val[r] = y.value;
-            g.lit_tag[r] = uint8_t(y.kind | y.extra << 4 | l);
-            return;
-        }
-        for (uint32_t i = r; i < root; i += 1u << l) {
+        for (uint32_t i = r; i < (spread_lit_root ? r + 1 : root); i += 1u << l) {
             g.lit_val[i] = y.value;
             g.lit_tag[i] = uint8_t(y.kind | y.extra << 4 | l);
         }

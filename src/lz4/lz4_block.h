@@ -54,12 +54,6 @@ ZEM_INLINE uint32_t hash5(const uint8_t* p) {
     return _mm_crc32_u32(p[4], load32(p)) & ((1u << Bits) - 1);
 }
 
-// The same hash from an 8-byte word holding the bytes at p in its low five bytes.
-template <int Bits>
-ZEM_INLINE uint32_t hash_word(uint64_t w) {
-    return _mm_crc32_u32((uint32_t)(w >> 32) & 0xff, (uint32_t)w) & ((1u << Bits) - 1);
-}
-
 // Number of equal bytes at a and b, a running at most up to a_limit. Both ranges are read only
 // below their ends: the caller guarantees b + (a_limit - a) lies inside b's buffer.
 ZEM_INLINE size_t extend_match(const uint8_t* a, const uint8_t* b, const uint8_t* a_limit) {

@@ -2,12 +2,12 @@
 // dictionary.
 //
 // Two loops. The fast loop runs while the input is at least 33 bytes (32 with a prefix
-// dictionary) and the output at least 64 bytes from their ends (its widest common sequence
-// needs 16 more, so it gives way to the narrow one for the last 16): it copies literals and
-// matches with wide stores that may run past the bytes that count, which is what makes it fast. Any sequence that would bring either
-// end closer is handed, from its token, to the careful loop, which checks every access and
-// decides the statuses. Because the fast loop only takes sequences that the careful loop would
-// accept unchanged, the result never depends on which loop ran.
+// dictionary) and the output at least 64 bytes from their ends (its widest common sequence needs
+// 16 more, so it gives way to the narrow one for the last 16): it copies literals and matches
+// with wide stores that may run past the bytes that count, which is what makes it fast. Any
+// sequence that would bring either end closer is handed, from its token, to the careful loop,
+// which checks every access and decides the statuses. Because the fast loop only takes sequences
+// that the careful loop would accept unchanged, the result never depends on which loop ran.
 #include <immintrin.h>
 
 #include "core/check.h"

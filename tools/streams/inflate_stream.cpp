@@ -225,8 +225,7 @@ bool Inflater::dyn_lens(Call& c) {
     size_t taken = 0;
     while (have < total) {
         // A symbol and its repeat bits take at most 14 bits.
-        if (bc >= 14) {
-        } else if (c.in_len >= 8) {
+        if (bc < 14 && c.in_len >= 8) {
             uint64_t w;
             memcpy(&w, c.in, 8);
             bb |= w << bc;
@@ -235,7 +234,7 @@ bool Inflater::dyn_lens(Call& c) {
             c.in_len -= k;
             taken += k;
             bc += uint32_t(8 * k);
-        } else {
+        } else if (bc < 14) {
             c.need(bb, bc, 14);
         }
         uint32_t e = clen_table_[bb & 127];
