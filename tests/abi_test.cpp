@@ -1,6 +1,7 @@
 // The library's outside: what it exports, what it imports, what it needs at run time, and the
 // version record.
 #include <gtest/gtest.h>
+#include <dlfcn.h>
 #include <stdio.h>
 
 #include <fstream>
@@ -83,6 +84,60 @@ TEST(Abi, NeedsOnlyTheCoreLibraryAndLibc) {
     for (const std::string& lib : libs)
         EXPECT_TRUE(lib == "libzemcore.so.2022" || lib == "libc.so.6") << "libzemdc.so needs " << lib;
     EXPECT_NE(dyn.find("Library soname: [libzemdc.so.2022]"), std::string::npos) << dyn;
+}
+
+// No writable data of the library's own: the writable sections outside the part made read-only
+// after relocation (RELRO) hold only what the toolchain puts there, there is no thread-local
+// storage and no text relocation, and every relocation is resolved at load (BIND_NOW), so the
+// GOT and the pointer-holding constants (the version record) become read-only before any call.
+TEST(Abi, HoldsNoWritableStateOfItsOwn) {
+    if (ZEMDC_SANITIZED) GTEST_SKIP() << "sanitizer runtimes add writable data of their own";
+    const std::string lib = ZEMDC_LIBRARY;
+    const std::string segs = run("readelf -lW " + lib);
+    EXPECT_EQ(segs.find(" TLS "), std::string::npos) << "thread-local storage";
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(segs, m, std::regex(R"(GNU_RELRO\s+0x[0-9a-f]+\s+0x([0-9a-f]+)\s+0x[0-9a-f]+\s+0x[0-9a-f]+\s+0x([0-9a-f]+))")))
+        << segs;
+    const unsigned long relro_lo = std::stoul(m[1].str(), nullptr, 16);
+    const unsigned long relro_hi = relro_lo + std::stoul(m[2].str(), nullptr, 16);
+
+    const std::string dyn = run("readelf -dW " + lib);
+    EXPECT_EQ(dyn.find("TEXTREL"), std::string::npos);
+    EXPECT_NE(dyn.find("BIND_NOW"), std::string::npos);
+
+    // Data symbols (nm types d, D, b, B) outside RELRO: only the toolchain's own.
+    const std::set<std::string> toolchain = {"__dso_handle", "completed.0", "__TMC_END__"};
+    std::istringstream syms(run("nm --defined-only " + lib));
+    std::string line;
+    int data_syms = 0;
+    while (std::getline(syms, line)) {
+        std::istringstream f(line);
+        std::string addr, type, name;
+        if (!(f >> addr >> type >> name) || (type != "d" && type != "D" && type != "b" && type != "B")) continue;
+        ++data_syms;
+        const unsigned long a = std::stoul(addr, nullptr, 16);
+        if (a >= relro_lo && a < relro_hi) continue;
+        EXPECT_TRUE(toolchain.count(name)) << "writable data symbol " << name;
+    }
+    EXPECT_GT(data_syms, 0) << "nm listed no data symbols; the check saw nothing";
+
+    // At run time the version record sits in a page that is mapped read-only.
+    void* h = dlopen(lib.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(h, nullptr) << dlerror();
+    auto get = reinterpret_cast<const zemLibraryVersion* (*)()>(dlsym(h, "zemdcGetLibVersion"));
+    ASSERT_NE(get, nullptr);
+    const auto rec = reinterpret_cast<unsigned long>(get());
+    std::ifstream maps("/proc/self/maps");
+    bool found = false;
+    while (std::getline(maps, line)) {
+        unsigned long lo = 0, hi = 0;
+        char perms[5] = {};
+        if (sscanf(line.c_str(), "%lx-%lx %4s", &lo, &hi, perms) != 3 || rec < lo || rec >= hi) continue;
+        found = true;
+        EXPECT_EQ(perms[1], '-') << "the version record lies in a writable mapping: " << line;
+    }
+    EXPECT_TRUE(found);
+    dlclose(h);
 }
 
 TEST(Abi, VersionRecord) {
