@@ -56,6 +56,16 @@ ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 ZEM_INLINE bool is_literal(uint32_t e) { return (e & 0xF0) == 0; }
 ZEM_INLINE bool is_length(uint32_t e) { return uint32_t(uint8_t(e)) - 0x80 < 0x60; }
 
+// What a compact record without distance codes decodes its distances from: the builder leaves
+// that part of the record as it was, so a length there would take a stale or random distance.
+// One malformed entry instead (eight, for the table rewriter's groups), whatever the record held.
+struct NoDistance {
+    uint8_t kind[8];
+    uint16_t base[8];
+};
+constexpr NoDistance kNoDistance = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, {}};
+static_assert(kNoDistance.kind[0] > kDistTagMax);
+
 struct CompactTables {
     static constexpr uint32_t kEob = kKindEobCompact;
     const uint16_t* lit;
@@ -72,8 +82,8 @@ struct CompactTables {
     }
     explicit CompactTables(zemInflateState* s)
         : lit(compact_lit(s)),
-          dist_kind(compact_dist_kind(s, lit_bits(s))),
-          dist_base(compact_dist_base(s, lit_bits(s))),
+          dist_kind(dist_bits(s) ? compact_dist_kind(s, lit_bits(s)) : kNoDistance.kind),
+          dist_base(dist_bits(s) ? compact_dist_base(s, lit_bits(s)) : kNoDistance.base),
           lit_mask((1u << lit_bits(s)) - 1),
           dist_mask((1u << dist_bits(s)) - 1) {}
 
