@@ -12,6 +12,8 @@
 //    cannot answer and saves its step in the state's resume words when input or output ends.
 #include <string.h>
 
+#include "core/bytes.h"
+#include "core/match_copy.h"
 #include "core/mem.h"
 #include "deflate/inflate_tables.h"
 
@@ -39,12 +41,6 @@ constexpr size_t kOwnTablesMinRoom = 8192;
 // A code of the longest length that any table can hold; an entry that the held bits cannot
 // trust is treated as needing this many.
 constexpr uint32_t kMaxCodeBits = 15;
-
-ZEM_INLINE uint64_t load64(const uint8_t* p) {
-    uint64_t v;
-    memcpy(&v, p, 8);
-    return v;
-}
 
 // (v >> ctl[7:0]) & ((1 << ctl[15:8]) - 1) in one operation.
 ZEM_INLINE uint64_t bextr(uint64_t v, uint64_t ctl) { return __builtin_ia32_bextr_u64(v, ctl); }
@@ -134,16 +130,6 @@ struct GeneralTablesView {
     }
 };
 
-// Exact copy of n bytes of a match that lies wholly in the output (dist <= out - history).
-ZEM_INLINE void copy_exact(uint8_t* out, size_t dist, size_t n) {
-    const uint8_t* src = out - dist;
-    if (dist >= n) {
-        mem::copy_small(src, out, n);
-        return;
-    }
-    for (size_t i = 0; i < n; ++i) out[i] = src[i];
-}
-
 // Shuffles for matches closer than 16 bytes: kPeriodic[d] repeats the first d bytes of a
 // vector over all 16, kAdvance[d] turns 16 bytes of a d-periodic run into the next 16.
 struct ShuffleMasks {
@@ -221,7 +207,7 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
     size_t first = win_size - pos < k ? win_size - pos : k;
     mem::copy_small(win + pos, out, first);
     mem::copy_small(win, out + first, k - first);
-    if (n > k) copy_exact(out + k, dist, n - k);
+    if (n > k) copy_match_exact(out + k, dist, n - k);
 }
 
 // ---- the decoder's own tables for long calls ----
@@ -927,7 +913,7 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
                 size_t have = size_t(out - hist), room = size_t(out_end - out);
                 size_t n = mlen < room ? mlen : room;
                 if (size_t(d) - 1 < have) {
-                    copy_exact(out, d, n);
+                    copy_match_exact(out, d, n);
                 } else {
                     if (d == 0 || win == nullptr || d - have > win_size) return kBad;
                     copy_from_window(out, d - have, d, n, win, win_size, win_idx);
@@ -1082,7 +1068,7 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
                 size_t room = size_t(out_end - out);
                 size_t n = len < room ? len : room;
                 if (size_t(dist) - 1 < have) {
-                    copy_exact(out, dist, n);
+                    copy_match_exact(out, dist, n);
                 } else {
                     if (dist == 0 || win == nullptr || dist - have > win_size) {
                         status = zemStatusBadData;
