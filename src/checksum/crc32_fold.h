@@ -39,13 +39,47 @@ struct MsbFirst {
     static ZEM_INLINE uint64_t bytes(__m128i b) { return __builtin_bswap64((uint64_t)_mm_cvtsi128_si64(b)); }
 };
 
+// The accumulator as eight message bytes (the first in the low byte) whose register from zero
+// is the folded register.
 template <class V>
-ZEM_INLINE uint32_t reduce(__m128i a) {
+ZEM_INLINE uint64_t reduce64(__m128i a) {
     const __m128i k = _mm_set_epi64x(0, (long long)V::kReduce);
     __m128i b = _mm_xor_si128(_mm_clmulepi64_si128(a, k, V::kLane), _mm_blend_epi32(a, _mm_setzero_si128(), V::kKeep));
     b = _mm_xor_si128(_mm_clmulepi64_si128(b, k, V::kLane), b);
-    const uint64_t w = V::bytes(b);
+    return V::bytes(b);
+}
+
+template <class V>
+ZEM_INLINE uint32_t reduce(__m128i a) {
+    const uint64_t w = reduce64<V>(a);
     return step8_words(V::tables, 0, (uint32_t)w, (uint32_t)(w >> 32));
+}
+
+ZEM_INLINE uint64_t clmul64(uint64_t a, uint64_t b) {
+    return (uint64_t)_mm_cvtsi128_si64(_mm_clmulepi64_si128(_mm_cvtsi64_si128((long long)a), _mm_cvtsi64_si128((long long)b), 0));
+}
+
+// The same eight bytes finished by Barrett reduction instead of the tables: three products and
+// a few scalar operations, against eight table loads and their shifts. Where short calls are
+// bound by instruction count rather than latency, this is the cheaper end. The message W is
+// first folded to a 64-bit V = W * x^32 mod P (its first four bytes carried by x^64), then
+// q = floor(V / P) = floor(floor(V / x^32) * floor(x^64 / P) / x^32), and V + q * P is the register.
+template <class V>
+ZEM_INLINE uint32_t barrett(uint64_t w) {
+    if constexpr (V::msb) {
+        constexpr uint64_t kX64 = fold_n(64), kMu = barrett_mu_n(kPolyCrc32), kP = (1ull << 32) | kPolyCrc32;
+        const uint64_t u = __builtin_bswap64(w);  // natural: the first byte holds the highest powers
+        const uint64_t v = clmul64(u >> 32, kX64) ^ (u << 32);
+        const uint64_t q = clmul64(v >> 32, kMu) >> 32;
+        return bswap32((uint32_t)(v ^ clmul64(q, kP)));
+    } else {
+        // Reflected: bit j is the coefficient of x^(63 - j), so the high powers are the low bits.
+        constexpr uint64_t kX64 = fold_r(64), kMu = reflect33(barrett_mu_n(kPolyCrc32)),
+                           kP = reflect33((1ull << 32) | kPolyCrc32);
+        const uint64_t v = clmul64(w & 0xffffffffu, kX64) ^ (w >> 32);
+        const uint64_t q = clmul64(v & 0xffffffffu, kMu) & 0xffffffffu;
+        return (uint32_t)((v ^ clmul64(q, kP)) >> 32);
+    }
 }
 
 template <class V>

@@ -100,7 +100,7 @@ ZEM_WIDE uint32_t wide_run(uint32_t r, const uint8_t* p, size_t n) {
         p += 16;
         n -= 16;
     }
-    return slice8_run(V::tables, reduce<V>(x), p, n);
+    return slice8_run(V::tables, barrett<V>(reduce64<V>(x)), p, n);
 }
 
 }  // namespace
