@@ -58,11 +58,20 @@ ZEM_WIDE ZEM_INLINE __m256i block2(const uint8_t* p) {
     return order2<V>(load256(p));
 }
 
-// r is the register in the form the tables use; it is XORed onto the first four data bytes, so
-// the folding itself starts from zero, as in the narrower path.
+// The finished checksum to the register form the tables use, and back: the change is its own
+// inverse.
 template <class V>
-ZEM_WIDE uint32_t wide_run(uint32_t r, const uint8_t* p, size_t n) {
-    if (n < 16) return slice8_run(V::tables, r, p, n);
+ZEM_INLINE uint32_t other_form(uint32_t crc) {
+    return V::msb ? bswap32(~crc) : ~crc;
+}
+
+// Takes and returns the finished checksum, so that the exported kernels are a jump here. The
+// register is XORed onto the first four data bytes, so the folding itself starts from zero, as in
+// the narrower path.
+template <class V>
+ZEM_WIDE uint32_t wide_run(uint32_t crc, const uint8_t* p, size_t n) {
+    const uint32_t r = other_form<V>(crc);
+    if (n < 16) return other_form<V>(slice8_run(V::tables, r, p, n));
     const __m128i k128 = pair(V::k128);
     __m128i x;
     if (n >= 32) {
@@ -100,15 +109,13 @@ ZEM_WIDE uint32_t wide_run(uint32_t r, const uint8_t* p, size_t n) {
         p += 16;
         n -= 16;
     }
-    return slice8_run(V::tables, barrett<V>(reduce64<V>(x)), p, n);
+    return other_form<V>(slice8_run(V::tables, barrett<V>(reduce64<V>(x)), p, n));
 }
 
 }  // namespace
 
-uint32_t crc32_fold256(uint32_t crc, const uint8_t* p, size_t n) { return ~wide_run<Reflected>(~crc, p, n); }
+uint32_t crc32_fold256(uint32_t crc, const uint8_t* p, size_t n) { return wide_run<Reflected>(crc, p, n); }
 
-uint32_t bz2_fold256(uint32_t crc, const uint8_t* p, size_t n) {
-    return bswap32(~wide_run<MsbFirst>(bswap32(~crc), p, n));
-}
+uint32_t bz2_fold256(uint32_t crc, const uint8_t* p, size_t n) { return wide_run<MsbFirst>(crc, p, n); }
 
 }  // namespace zem::crc
