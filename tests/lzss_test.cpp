@@ -192,8 +192,10 @@ TEST(Lzss, ArgumentsInOrder) {
 }
 
 TEST(Lzss, ExactStreamsOfShortInputsAndRuns) {
-    Bits one, two, run;
+    Bits one, two, run, doc;
     one.literal('x');
+    doc.literal('x'), doc.literal('y'), doc.match(2, 5), doc.literal('y'), doc.literal('z');
+    EXPECT_EQ(encode(Bytes{'x', 'y', 'x', 'y', 'x', 'y', 'x', 'y', 'z'}, {9}, whole()), doc.done());
     two.literal('x'), two.literal('y');
     // A run: one literal, distance-1 matches as long as the limit allows, the last two literal.
     run.literal('a'), run.match(1, 258), run.match(1, 39), run.literal('a'), run.literal('a');
