@@ -98,6 +98,33 @@ uint32_t update_check(Format f, uint32_t check, const uint8_t* p, size_t n) {
 
 }  // namespace
 
+// A block's dynamic codes and header from its symbol counts, and the bits it takes in each of
+// the three forms, so that the smallest can be written.
+struct BlockCodes {
+    zemDeflateHuffCode lit[286], dist[30];
+    uint8_t hdr[320];
+    uint32_t hdr_len = sizeof hdr, hdr_bits = 0;
+    uint64_t dyn, fix, stored;
+
+    BlockCodes(uint32_t* lit_count, const uint32_t* dist_count, uint32_t n_in) {
+        lit_count[256] = 1;
+        zemsDeflateLZ77FastestGenHuffTable_8u(lit_count, dist_count, lit, dist);
+        zemsDeflateLZ77FastestGenHeader_8u(lit, dist, hdr, &hdr_len, &hdr_bits);
+        const FixedCodes& fc = fixed_codes();
+        dyn = 3 + hdr_bits, fix = 3;
+        for (uint32_t s = 0; s < 286; ++s) {
+            dyn += uint64_t(lit_count[s]) * (lit[s].len + lit_extra(s));
+            fix += uint64_t(lit_count[s]) * (fc.lit[s].len + lit_extra(s));
+        }
+        for (uint32_t s = 0; s < 30; ++s) {
+            dyn += uint64_t(dist_count[s]) * (dist[s].len + kDistExtra[s]);
+            fix += uint64_t(dist_count[s]) * (5 + kDistExtra[s]);
+        }
+        const uint64_t pieces = n_in == 0 ? 1 : (n_in + kStoredMax - 1) / kStoredMax;
+        stored = pieces * 35 + 7 + 8 * uint64_t(n_in);
+    }
+};
+
 Deflater::Deflater(Format format, int level)
     : format_(format),
       level_(level < 1 ? 1 : level > 9 ? 9 : level),
@@ -105,6 +132,7 @@ Deflater::Deflater(Format format, int level)
       head_(kHashSize),
       prev_(kWin),
       work_(ZEM_DEFLATE_SLOW_WORK_SIZE),
+      stat_head_(level_ == 1 ? kHashSize : 0),
       lit_len_(kBlockRecords),
       dist_(kBlockRecords) {
     reset();
@@ -141,12 +169,12 @@ bool Deflater::set_dictionary(const uint8_t* dict, size_t n) {
         memcpy(buf_.data(), dict + (n - m), m);
     } else {
         zemsDeflateDictionarySet_8u(dict, uint32_t(n), head_.data(), int32_t(kHashSize), prev_.data(), buf_.data(),
-                                    kWin, level_);
+                                    kWin, hash_level());
         // The dictionary load leaves its last 257 positions out (and short dictionaries
         // altogether); entering them lets the first bytes of input match there too.
         const uint32_t from = m >= 258 ? m - 257 : 0;
         zemsDeflateUpdateHash_8u(buf_.data() + from, from, m - from, head_.data(), kHashSize, prev_.data(), kWin,
-                                 level_);
+                                 hash_level());
     }
     have_ = parse_ = block_start_ = m;
     return true;
@@ -204,6 +232,7 @@ void Deflater::take_input(const uint8_t*& in, size_t& in_len) {
 }
 
 void Deflater::find(uint32_t len, int32_t flush) {
+    if (level_ == 1) return fastest_block(len, flush);
     memset(call_lit_, 0, sizeof call_lit_);
     memset(call_dist_, 0, sizeof call_dist_);
     const uint32_t call_start = parse_, rec_start = n_rec_;
@@ -212,7 +241,7 @@ void Deflater::find(uint32_t len, int32_t flush) {
     const uint8_t* window = buf_.data() + win_lo_;
     uint8_t* ll = lit_len_.data() + n_rec_;
     uint16_t* d = dist_.data() + n_rec_;
-    const int32_t level = level_ < 2 ? 2 : level_;
+    const int32_t level = level_;
     if (level <= 3)
         zemsDeflateLZ77Fast_8u(&src, &src_len, &idx, window, kWin, head_.data(), prev_.data(), kHashSize, ll, d, &cap,
                                call_lit_, call_dist_, level, flush);
@@ -261,54 +290,82 @@ void Deflater::emit_stored(const uint8_t* p, uint32_t n, bool final) {
     } while (n > 0);
 }
 
-void Deflater::emit_block(uint32_t n_rec, uint32_t in_end, bool final) {
-    uint32_t lit[286], dist[30];
-    memcpy(lit, blk_lit_, sizeof lit);
-    memcpy(dist, blk_dist_, sizeof dist);
-    lit[256] = 1;
-    zemDeflateHuffCode lc[286], dc[30];
-    zemsDeflateLZ77FastestGenHuffTable_8u(lit, dist, lc, dc);
-    uint8_t hdr[320];
-    uint32_t hdr_len = sizeof hdr, hdr_bits = 0;
-    zemsDeflateLZ77FastestGenHeader_8u(lc, dc, hdr, &hdr_len, &hdr_bits);
-    const FixedCodes& fc = fixed_codes();
-    uint64_t dyn = 3 + hdr_bits, fix = 3;
-    for (uint32_t s = 0; s < 286; ++s) {
-        dyn += uint64_t(lit[s]) * (lc[s].len + lit_extra(s));
-        fix += uint64_t(lit[s]) * (fc.lit[s].len + lit_extra(s));
-    }
-    for (uint32_t s = 0; s < 30; ++s) {
-        dyn += uint64_t(dist[s]) * (dc[s].len + kDistExtra[s]);
-        fix += uint64_t(dist[s]) * (5 + kDistExtra[s]);
-    }
-    const uint32_t n_in = in_end - block_start_;
-    const uint64_t pieces = n_in == 0 ? 1 : (n_in + kStoredMax - 1) / kStoredMax;
-    const uint64_t stored = pieces * 35 + 7 + 8 * uint64_t(n_in);
+// Writes BFINAL and BTYPE, and the header of a dynamic block; returns the codes to write with.
+const BlockCodes* Deflater::open_block(const BlockCodes& bc, bool final) {
+    const bool dynamic = bc.dyn < bc.fix;
+    put(final ? 1 : 0, 1);
+    put(dynamic ? 2 : 1, 2);
+    if (!dynamic) return nullptr;
+    for (uint32_t i = 0; i < bc.hdr_len; ++i) put(bc.hdr[i], bc.hdr_bits - 8 * i < 8 ? bc.hdr_bits - 8 * i : 8);
+    return &bc;
+}
 
-    if (stored < dyn && stored < fix) {
+// Takes back the pending bits after a primitive wrote into pend_ from `at` on.
+void Deflater::took_bits(size_t end, uint16_t code, uint32_t n_bits) {
+    pend_.resize(end);
+    bits_ = code;
+    n_bits_ = n_bits;
+}
+
+void Deflater::emit_block(uint32_t n_rec, uint32_t in_end, bool final) {
+    const uint32_t n_in = in_end - block_start_;
+    const BlockCodes bc(blk_lit_, blk_dist_, n_in);
+    if (bc.stored < bc.dyn && bc.stored < bc.fix) {
         emit_stored(buf_.data() + block_start_, n_in, final);
     } else {
-        const bool dynamic = dyn < fix;
-        const zemDeflateHuffCode* l = dynamic ? lc : fc.lit;
-        const zemDeflateHuffCode* d = dynamic ? dc : fc.dist;
-        put(final ? 1 : 0, 1);
-        put(dynamic ? 2 : 1, 2);
-        if (dynamic)
-            for (uint32_t i = 0; i < hdr_len; ++i) put(hdr[i], hdr_bits - 8 * i < 8 ? hdr_bits - 8 * i : 8);
+        const BlockCodes* dyn = open_block(bc, final);
+        const zemDeflateHuffCode* l = dyn ? dyn->lit : fixed_codes().lit;
+        const zemDeflateHuffCode* d = dyn ? dyn->dist : fixed_codes().dist;
         const size_t at = pend_.size();
         pend_.resize(at + size_t(n_rec) * 6 + 8);
         uint16_t code = uint16_t(bits_);
         uint32_t code_bits = n_bits_, idx = uint32_t(at);
         zemsDeflateHuff_8u(lit_len_.data(), dist_.data(), n_rec, &code, &code_bits, l, d, pend_.data(), &idx);
-        pend_.resize(idx);
-        bits_ = code;
-        n_bits_ = code_bits;
+        took_bits(idx, code, code_bits);
         put(l[256].code, l[256].len);
     }
     block_start_ = in_end;
     n_rec_ = 0;
     memset(blk_lit_, 0, sizeof blk_lit_);
     memset(blk_dist_, 0, sizeof blk_dist_);
+}
+
+// Level 1: one block per call of the single-pass path. GetStat counts the parse on a copy of the
+// head table, so the codes built from its counts are exact for the Fastest call that repeats it
+// on the table itself; where the stored form wins, the copy (which then holds what Fastest would
+// have entered) becomes the table.
+void Deflater::fastest_block(uint32_t len, int32_t flush) {
+    const uint8_t* const src = buf_.data() + parse_;
+    const uint8_t* const window = buf_.data() + win_lo_;
+    const uint32_t idx = uint32_t(off_base_ + parse_);
+    memcpy(stat_head_.data(), head_.data(), head_.size() * sizeof(uint32_t));
+    uint32_t lit[286] = {}, dist[30] = {};
+    const uint8_t* p = src;
+    uint32_t n = len, i = idx;
+    zemsDeflateLZ77FastestGetStat_8u(&p, &n, &i, window, kWin, stat_head_.data(), kHashSize, lit, dist, flush);
+    const uint32_t parsed = len - n;
+    if (parsed == 0) return;
+    const BlockCodes bc(lit, dist, parsed);
+    if (bc.stored < bc.dyn && bc.stored < bc.fix) {
+        head_.swap(stat_head_);
+        emit_stored(src, parsed, false);
+    } else {
+        const BlockCodes* dyn = open_block(bc, false);
+        const size_t at = pend_.size();
+        // A literal takes at most 15 bits and a match of four bytes or more at most 48.
+        pend_.resize(at + size_t(parsed) * 2 + 16);
+        uint16_t code = uint16_t(bits_);
+        uint32_t code_bits = n_bits_, room = uint32_t(pend_.size() - at);
+        p = src, n = len, i = idx;
+        const zemDeflateHuffCode* l = dyn ? dyn->lit : fixed_codes().lit;
+        zemsDeflateLZ77Fastest_8u(&p, &n, &i, window, kWin, head_.data(), kHashSize, l,
+                                  dyn ? dyn->dist : fixed_codes().dist, pend_.data() + at, &room, &code, &code_bits,
+                                  flush);
+        took_bits(at + room, code, code_bits);
+        put(l[256].code, l[256].len);
+    }
+    parse_ += parsed;
+    block_start_ = parse_;
 }
 
 void Deflater::parse(bool flushing) {

@@ -3,7 +3,8 @@
 // dynamic, fixed or stored coding per block and writes headers and trailers; the library parses
 // (the match finders) and turns records into bits.
 //
-// Levels: 1..3 the greedy parse (1 runs as 2 until the single-pass path exists), 4..6 the lazy
+// Levels: 1 the single-pass path (a block per 64 KiB span: its symbols counted, codes built,
+// then written in one pass), 2..3 the greedy parse, 4..6 the lazy
 // parse, 7..9 the lazy parse over two positions with deeper searches. The output depends only
 // on the input bytes, the level, the dictionary and where flushes were asked for, never on how
 // the input was cut into pieces between flushes.
@@ -25,6 +26,8 @@ enum class Flush {
     Full,    // as Sync, and later data refers to nothing before this point
     Finish,  // everything is output and the stream is closed (final block, trailer)
 };
+
+struct BlockCodes;
 
 enum class DeflateResult {
     Ok,   // call again: with more input, or (when out_len reached 0) with more output room
@@ -62,6 +65,11 @@ class Deflater {
     void find(uint32_t len, int32_t flush);
     void checkpoint(uint32_t call_start, uint32_t rec_start);
     void emit_block(uint32_t n_rec, uint32_t in_end, bool final);
+    void fastest_block(uint32_t len, int32_t flush);
+    const BlockCodes* open_block(const BlockCodes& bc, bool final);
+    void took_bits(size_t end, uint16_t code, uint32_t n_bits);
+    // The hash scheme of this level's finder: level 1's single pass reads the level-0 table.
+    [[nodiscard]] int32_t hash_level() const { return level_ == 1 ? 0 : level_; }
     void emit_stored(const uint8_t* p, uint32_t n, bool final);
     void put(uint64_t v, uint32_t n);
     void align();
@@ -85,6 +93,7 @@ class Deflater {
     uint64_t off_base_ = 0;
     std::vector<uint32_t> head_, prev_;
     std::vector<uint8_t> work_;
+    std::vector<uint32_t> stat_head_;  // level 1: the copy of head_ that GetStat parses with
 
     // records of the open block and their symbol counts; the last call's records are counted
     // apart until the block takes them
