@@ -391,6 +391,37 @@ ZEM_API zemStatus zemsDecodeZfpGetDecompressedSizeLong_32f(const zemZfpState* pS
 /* Block sorting (bzip2): compression                                                          */
 /* ------------------------------------------------------------------------------------------- */
 
+/* The forward block sort of a bzip2-compatible compressor: pDst receives the last column of the
+ * sorted rotations of the len bytes at pSrc and *pIndex the row of the unrotated block, exactly
+ * what zemsBWTInv_8u inverts. Where several rows hold the unrotated block (a periodic block),
+ * *pIndex is the smallest of them. pSrc and pDst must not overlap.
+ *
+ * The hint picks the sort: zemBWTSortBucket sorts rotations by radix buckets and an 8-byte-key
+ * quicksort and hands the block to the suffix sort when its work grows past a fixed multiple of
+ * the block; zemBWTSortSuffix uses a linear-time induced suffix sort; zemBWTSortAuto (and
+ * zemsBWTFwd_8u) picks the faster of the two for the block (today always the suffix sort). Every
+ * hint gives the same output and none goes quadratic: a periodic block is reduced to one period
+ * before any sort.
+ *
+ * The work buffer is sized by the size queries for blocks up to wndSize bytes (any alignment);
+ * passing a longer block than the buffer was sized for breaks the contract. */
+typedef enum zemBWTSort { zemBWTSortAuto = 0, zemBWTSortBucket = 1, zemBWTSortSuffix = 2 } zemBWTSort;
+
+/* Statuses: zemStatusNullPtr (pSize null), zemStatusSize (wndSize < 1, or so large that the size
+ * does not fit in int32_t), zemStatusOk. */
+ZEM_API zemStatus zemsBWTFwdGetSize_8u(int32_t wndSize, int32_t* pSize);
+/* Statuses: zemStatusNullPtr (pSrc, pDst, pIndex, then pBuf null), zemStatusSize (len < 1),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
+                                uint8_t* pBuf);
+/* Statuses: zemStatusNullPtr (pSize null), zemStatusSize (wndSize 0 or above 0x0FFFFFFF),
+ * zemStatusBadArg (hint not one of zemBWTSort), zemStatusOk. Every hint needs the same size. */
+ZEM_API zemStatus zemsBWTFwdGetBufSize_SelectSort_8u(uint32_t wndSize, uint32_t* pSize, zemBWTSort hint);
+/* Statuses: zemStatusNullPtr (pSrc, pDst, pIndex, then pBuf null), zemStatusSize (len 0 or above
+ * 0x0FFFFFFF), zemStatusBadArg (hint not one of zemBWTSort), zemStatusOk. */
+ZEM_API zemStatus zemsBWTFwd_SelectSort_8u(const uint8_t* pSrc, uint8_t* pDst, uint32_t len,
+                                           uint32_t* pIndex, uint8_t* pBuf, zemBWTSort hint);
+
 /* ------------------------------------------------------------------------------------------- */
 /* LZO                                                                                         */
 /* ------------------------------------------------------------------------------------------- */
