@@ -103,3 +103,65 @@ TEST(Bz2Reader, DecodesEveryLevelOfLibbz2) {
             ASSERT_EQ(got, data) << name << " " << level;
         }
 }
+
+TEST(Bz2Reader, StreamsOneAfterAnotherAndTheBzip2Tool) {
+    Bytes a = zt::compressible_bytes(150000, 1), b(5000, 'b'), both = a;
+    both.insert(both.end(), b.begin(), b.end());
+    Bytes file = bz2_compress(a, 1), second = bz2_compress(b, 9);
+    file.insert(file.end(), second.begin(), second.end());
+    Bytes got;
+    ASSERT_EQ(one_shot(file, got, both.size()), Bz2Result::End);
+    EXPECT_EQ(got, both);
+    ASSERT_EQ(pieces(file, got, 3, 50, 900), Bz2Result::End);
+    EXPECT_EQ(got, both);
+    // One byte short of room: the output is full, the file not done.
+    EXPECT_EQ(one_shot(file, got, both.size() - 1), Bz2Result::DstTooSmall);
+
+    // The reference tool reads the same file to the same bytes.
+    char path[] = "/tmp/zemdc_bz2_XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, file.data(), file.size()), ssize_t(file.size()));
+    close(fd);
+    FILE* p = popen((std::string("bzip2 -dc < ") + path).c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    Bytes tool(both.size() + 1);
+    size_t n = fread(tool.data(), 1, tool.size(), p);
+    pclose(p);
+    unlink(path);
+    tool.resize(n);
+    EXPECT_EQ(tool, both);
+}
+
+TEST(Bz2Reader, MalformedTruncatedAndCorruptFiles) {
+    Bytes data = zt::compressible_bytes(30000, 9), bz = bz2_compress(data, 1), got;
+    // Every cut of the file: never a complete result, never an access outside the buffers.
+    for (size_t cut = 0; cut < bz.size(); cut += cut < 200 ? 1 : 61) {
+        Bytes part(bz.begin(), bz.begin() + cut);
+        Bz2Result r = one_shot(part, got, data.size());
+        ASSERT_TRUE(r == Bz2Result::Truncated || r == Bz2Result::BadData) << cut;
+    }
+    // Flipped bits anywhere: a CRC or a structure catches them.
+    zt::Rng rng(4);
+    for (int i = 0; i < 300; ++i) {
+        Bytes bad = bz;
+        bad[4 + rng.below(uint32_t(bad.size() - 4))] ^= uint8_t(1 << rng.below(8));
+        Bz2Result r = one_shot(bad, got, data.size());
+        ASSERT_TRUE(r == Bz2Result::BadData || r == Bz2Result::Unsupported || r == Bz2Result::Truncated ||
+                    r == Bz2Result::DstTooSmall || (r == Bz2Result::End && got == data))
+            << i;
+    }
+    // Random bytes behind a valid stream header and block magic.
+    for (uint64_t seed = 1; seed <= 200; ++seed) {
+        Bytes junk = zt::random_bytes(20 + seed * 13, seed);
+        const uint8_t head[] = {'B', 'Z', 'h', '9', 0x31, 0x41, 0x59, 0x26, 0x53, 0x59};
+        std::copy(head, head + 10, junk.begin());
+        Bz2Result r = one_shot(junk, got, 1000);
+        ASSERT_TRUE(r != Bz2Result::End && r != Bz2Result::Ok) << seed;
+    }
+    // The randomised flag (the bit after the block CRC) is refused clearly.
+    Bytes rnd = bz;
+    rnd[14] |= 0x80;
+    EXPECT_EQ(one_shot(rnd, got, data.size()), Bz2Result::Unsupported);
+    EXPECT_EQ(one_shot({'B', 'Z', 'h', '0'}, got, 10), Bz2Result::BadData);
+}

@@ -100,7 +100,7 @@ zemStatus decode(const uint16_t* src, int32_t src_len, uint8_t* dst, uint32_t* p
         uint8_t* t = buf + 4 * size_t(row);
         store32(t, load32(t) | i << 8);
     }
-    walk_entries(buf, n, index, dst);
+    walk(FusedEntries{buf}, n, index, dst);
     return zemStatusOk;
 }
 

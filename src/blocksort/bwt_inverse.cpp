@@ -1,6 +1,5 @@
 // The inverse Burrows-Wheeler transform of a block given as its last column and primary index.
-#include <immintrin.h>
-
+#include "blocksort/block_walk.h"
 #include "core/bytes.h"
 #include "core/check.h"
 #include "core/mem.h"
@@ -43,26 +42,9 @@ void invert(const uint8_t* src, uint8_t* dst, uint32_t n, uint32_t index, uint8_
         put(c, b, row + 1);
         put(t, row, i);
     }
-    // The walk is one chain of dependent loads; every index it follows is a row below n, so
-    // even a column that is no transform of anything stays inside the buffers.
-    uint32_t p = index;
-    uint32_t k = 0;
-    for (; k + 16 <= n; k += 16) {
-        uint64_t lo = 0, hi = 0;
-        for (int j = 0; j < 8; ++j) {
-            p = at(t, p);
-            lo |= uint64_t(src[p]) << (8 * j);
-        }
-        for (int j = 0; j < 8; ++j) {
-            p = at(t, p);
-            hi |= uint64_t(src[p]) << (8 * j);
-        }
-        _mm_storeu_si128((__m128i*)(dst + k), _mm_set_epi64x(int64_t(hi), int64_t(lo)));
-    }
-    for (; k < n; ++k) {
-        p = at(t, p);
-        dst[k] = src[p];
-    }
+    // Every successor is a row below n, so even a column that is no transform of anything
+    // keeps the walk inside the buffers.
+    walk(ColumnEntries{t, src}, n, index, dst);
 }
 
 }  // namespace

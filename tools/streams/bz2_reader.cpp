@@ -57,6 +57,7 @@ Bz2Result Bz2Reader::fail(Step why) {
 }
 
 bool Bz2Reader::decode_block() {
+    if (observer_) observer_({syms_.data(), n_syms_, block_cap_, orig_ptr_, dict_size_, in_use_});
     uint32_t len = block_cap_;
     const zemStatus st = zemsDecodeBlock_BZ2_16u8u(syms_.data(), int32_t(n_syms_), block_.data(), &len,
                                                    int32_t(orig_ptr_), dict_size_, in_use_, work_.data());

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <functional>
 #include <vector>
 
 #include "zemdc.h"
@@ -37,6 +38,15 @@ class Bz2Reader {
 
     // Total bytes produced since reset().
     [[nodiscard]] uint64_t total_out() const { return total_out_; }
+
+    // What one block hands to the block decoder; an observer set below sees each block's before
+    // it is decoded (benchmarks and fuzz seeds time and replay the block decoder with these).
+    struct BlockInput {
+        const uint16_t* syms;
+        uint32_t n_syms, capacity, orig_ptr, dict_size;
+        const uint8_t* in_use;
+    };
+    void set_block_observer(std::function<void(const BlockInput&)> f) { observer_ = std::move(f); }
 
   private:
     enum class Step : uint8_t {
@@ -76,6 +86,7 @@ class Bz2Reader {
     std::vector<uint8_t> block_, work_;
     std::vector<uint64_t> huff_;  // 8-byte units keep the state aligned
     uint8_t rle_[264];
+    std::function<void(const BlockInput&)> observer_;
 };
 
 // One-shot decoding of a whole .bz2 file (all its streams) into out (out_cap bytes); *out_len
