@@ -216,3 +216,76 @@ TEST(BlockDecode, EdgesAndHostileSymbols) {
         }
     }
 }
+
+namespace {
+
+// The symbols of a file's first block read by the Huffman stage straight from the file, in
+// pieces of `in_step` bytes and `out_step` symbols; the status of the last call in *last.
+Syms huff_symbols(const Bytes& bz, size_t in_step, int32_t out_step, zemStatus* last) {
+    // Stream header, block magic, CRC, randomised bit, index: 137 bits; then the bitmap.
+    auto bit = [&](size_t b) { return bz[b / 8] >> (7 - b % 8) & 1; };
+    size_t at = 137, groups = 0, dict = 0;
+    for (int g = 0; g < 16; ++g) groups = groups << 1 | bit(at++);
+    for (int g = 0; g < 16; ++g)
+        if (groups >> (15 - g) & 1)
+            for (int k = 0; k < 16; ++k) dict += bit(at++);
+    int32_t size = 0;
+    EXPECT_EQ(zemsDecodeHuffGetSize_BZ2_8u16u(100000, &size), zemStatusOk);
+    std::vector<uint64_t> state((size_t(size) + 7) / 8);
+    auto* st = reinterpret_cast<zemDecodeHuffState_BZ2*>(state.data());
+    EXPECT_EQ(zemsDecodeHuffInit_BZ2_8u16u(int32_t(dict), st), zemStatusOk);
+    int32_t bits = int32_t(8 - at % 8);
+    uint32_t code = bz[at / 8] & ((1u << bits) - 1);
+    size_t pos = at / 8 + 1;
+    Syms syms;
+    bool unpacked = false;
+    *last = zemStatusSrcTooShort;
+    while (pos < bz.size() && *last == zemStatusSrcTooShort) {
+        size_t n = std::min(in_step, bz.size() - pos);
+        zt::GuardedBuffer in(n);
+        in.assign(bz.data() + pos, n);
+        const uint8_t* s = in.data();
+        int32_t left = int32_t(n);
+        if (!unpacked) {
+            *last = zemsUnpackHuffContext_BZ2_8u16u(&code, &bits, &s, &left, st);
+            unpacked = *last == zemStatusOk;
+        }
+        while (unpacked) {
+            zt::GuardedBuffer out(size_t(out_step) * 2);
+            int32_t room = out_step;
+            *last = zemsDecodeHuff_BZ2_8u16u(&code, &bits, &s, &left, (uint16_t*)out.data(), &room, st);
+            syms.insert(syms.end(), (uint16_t*)out.data(), (uint16_t*)out.data() + room);
+            if (*last != zemStatusDstTooSmall) break;
+        }
+        EXPECT_TRUE(*last != zemStatusSrcTooShort || left == 0);  // stopping for input takes all of it
+        pos += n - size_t(left);
+    }
+    return syms;
+}
+
+}  // namespace
+
+TEST(HuffDecode, WholeAndByteBySymbolMatchTheReader) {
+    Bytes data = zt::compressible_bytes(20000, 31);
+    unsigned cap = 30000;
+    Bytes bz(cap);
+    BZ2_bzBuffToBuffCompress((char*)bz.data(), &cap, (char*)data.data(), unsigned(data.size()), 1, 0, 0);
+    bz.resize(cap);
+    std::vector<Block> blocks = blocks_of(data, 1);
+    ASSERT_EQ(blocks.size(), 1u);
+    zemStatus last;
+    EXPECT_EQ(huff_symbols(bz, bz.size(), 1 << 20, &last), blocks[0].syms);
+    EXPECT_EQ(last, zemStatusOk);
+    EXPECT_EQ(huff_symbols(bz, 1, 1, &last), blocks[0].syms);
+    EXPECT_EQ(last, zemStatusOk);
+    // Random bits after a valid header: statuses of the stage only, never an access outside.
+    for (uint64_t seed = 1; seed <= 60; ++seed) {
+        Bytes junk = bz, noise = zt::random_bytes(junk.size(), seed);
+        const size_t from = 20 + seed % 40;
+        std::copy(noise.begin() + from, noise.end(), junk.begin() + from);
+        huff_symbols(junk, 64 + seed * 7 % 500, int32_t(1 + seed * 13 % 1000), &last);
+        EXPECT_TRUE(last == zemStatusOk || last == zemStatusError || last == zemStatusBadData ||
+                    last == zemStatusSrcTooShort)
+            << last;
+    }
+}

@@ -20,8 +20,8 @@
 
 namespace zem::bz2 {
 
-inline constexpr uint32_t kLanes = 16;       // chains walked side by side
-inline constexpr uint32_t kSegments = 64;    // segments the lanes take in turn (balances the tail)
+inline constexpr uint32_t kLanes = 32;       // chains walked side by side
+inline constexpr uint32_t kSegments = 128;   // segments the lanes take in turn (balances the tail)
 inline constexpr uint32_t kWalkMark = 1u << 31;
 // Below this many rows the table sits in the core's cache and one chain is as fast.
 inline constexpr uint32_t kParallelMin = 1u << 17;
