@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int v = 0; v < 256; ++v) dict += in_use[v] = data[v / 8] >> (v % 8) & 1;
     const uint32_t cap = 1 + (uint32_t(data[32]) | uint32_t(data[33]) << 8);
     const int32_t index = int32_t(uint32_t(data[34]) | uint32_t(data[35]) << 8) % int32_t(cap);
-    if (data[36] == 0xFF) dict += 1;  // the deliberate silent success
+    if (data[36] == 0xFF && dict < 256) dict += 1;  // the deliberate silent success
     const size_t n = (size - 37) / 2;
     if (n == 0) return 0;
     std::vector<uint16_t> syms(n);

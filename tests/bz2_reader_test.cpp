@@ -31,7 +31,7 @@ Bytes bz2_compress(const Bytes& in, int level) {
 // One-shot into a buffer of exactly the right size that ends at a guard page.
 Bz2Result one_shot(const Bytes& bz, Bytes& got, size_t cap) {
     zt::GuardedBuffer src(bz.size()), dst(cap);
-    src.assign(bz.data(), bz.size());
+    if (!bz.empty()) src.assign(bz.data(), bz.size());
     size_t n = 0, used = 0;
     Bz2Result r = zem::stream::bz2_decompress(src.data(), bz.size(), dst.data(), cap, &n, &used);
     got.assign(dst.data(), dst.data() + n);
