@@ -8,7 +8,10 @@
 #include <thread>
 #include <vector>
 
+#include "bz2_reader.h"
+#include "bz2_writer.h"
 #include "core/mem.h"
+#include "deflate_stream.h"
 #include "inflate_stream.h"
 #include "test_util.h"
 #include "zemdc.h"
@@ -149,5 +152,78 @@ TEST(Concurrency, Zfp) {
         const auto* f = reinterpret_cast<const uint8_t*>(back.data());
         out.insert(out.end(), f, f + back.size() * 4);
         return out;
+    });
+}
+
+TEST(Concurrency, DeflateEveryParse) {
+    expect_same_under_threads([](const Bytes& in) {
+        Bytes all;
+        for (int level : {1, 3, 6, 9}) {
+            Bytes out(zem::stream::deflate_bound(in.size()));
+            size_t n = 0;
+            EXPECT_TRUE(zem::stream::deflate_buffer(zem::stream::Format::Zlib, level, in.data(), in.size(), out.data(),
+                                                    out.size(), &n));
+            all.insert(all.end(), out.begin(), out.begin() + ptrdiff_t(n));
+        }
+        return all;
+    });
+}
+
+TEST(Concurrency, BlockSortingBothWays) {
+    expect_same_under_threads([](const Bytes& in) {
+        Bytes comp = zem::stream::bz2_compress(in.data(), in.size(), 1);
+        Bytes back(in.size());
+        size_t n = 0;
+        EXPECT_EQ(zem::stream::bz2_decompress(comp.data(), comp.size(), back.data(), back.size(), &n),
+                  zem::stream::Bz2Result::End);
+        EXPECT_EQ(n, in.size());
+        EXPECT_EQ(back, in);
+        return comp;
+    });
+}
+
+TEST(Concurrency, LzoEveryMethod) {
+    expect_same_under_threads([](const Bytes& in) {
+        Bytes all;
+        const uint32_t n = uint32_t(in.size());
+        for (zemLZOMethod m : {zemLZOFast, zemLZOStrong, zemLZOSegmented}) {
+            uint32_t size = 0;
+            EXPECT_EQ(zemsEncodeLZOGetSize(m, n, &size), zemStatusOk);
+            std::vector<uint64_t> state(size / 8 + 1);
+            auto* st = reinterpret_cast<zemLZOState_8u*>(state.data());
+            EXPECT_EQ(zemsEncodeLZOInit_8u(m, n, st), zemStatusOk);
+            Bytes comp(ZEM_LZO_BOUND(n)), back(n);
+            uint32_t clen = uint32_t(comp.size()), dlen = n;
+            EXPECT_EQ(zemsEncodeLZO_8u(in.data(), n, comp.data(), &clen, st), zemStatusOk);
+            EXPECT_EQ(zemsDecodeLZOSafe_8u(comp.data(), clen, back.data(), &dlen), zemStatusOk);
+            EXPECT_EQ(back, in);
+            all.insert(all.end(), comp.begin(), comp.begin() + clen);
+        }
+        return all;
+    });
+}
+
+TEST(Concurrency, Lzss) {
+    expect_same_under_threads([](const Bytes& in) {
+        int32_t size = 0;
+        zemsLZSSGetSize_8u(&size);
+        Bytes enc(static_cast<size_t>(size)), dec(static_cast<size_t>(size));
+        auto* es = reinterpret_cast<zemLZSSState_8u*>(enc.data());
+        auto* ds = reinterpret_cast<zemLZSSState_8u*>(dec.data());
+        EXPECT_EQ(zemsEncodeLZSSInit_8u(es), zemStatusOk);
+        EXPECT_EQ(zemsDecodeLZSSInit_8u(ds), zemStatusOk);
+        Bytes comp(ZEM_LZSS_BOUND(in.size()) + 8), back(in.size());
+        const uint8_t* src = in.data();
+        int32_t src_len = int32_t(in.size()), room = int32_t(comp.size());
+        uint8_t* dst = comp.data();
+        EXPECT_EQ(zemsEncodeLZSS_8u(&src, &src_len, &dst, &room, es), zemStatusOk);
+        EXPECT_EQ(zemsEncodeLZSSFlush_8u(&dst, &room, es), zemStatusOk);
+        comp.resize(size_t(dst - comp.data()));
+        const uint8_t* csrc = comp.data();
+        int32_t clen = int32_t(comp.size()), out_room = int32_t(back.size());
+        uint8_t* out = back.data();
+        EXPECT_EQ(zemsDecodeLZSS_8u(&csrc, &clen, &out, &out_room, ds), zemStatusOk);
+        EXPECT_EQ(back, in);
+        return comp;
     });
 }
