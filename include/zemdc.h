@@ -519,6 +519,207 @@ ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* p
 /* Block sorting (bzip2)                                                                       */
 /* ------------------------------------------------------------------------------------------- */
 
+/* The stages of a bzip2-compatible block compressor, each usable on its own; docs/blocksort.md
+ * shows the pipeline in both directions. Compression: run-length coding (zemsEncodeRLE_BZ2_8u),
+ * block sort, dictionary reduction, move-to-front, zero-run coding, Huffman coding. Decompression
+ * runs the inverses in reverse order, or zemsDecodeBlock_BZ2_16u8u for the middle three at once. */
+
+/* The run-length state, 264 bytes (zemsRLEGetSize_BZ2_8u), opaque; one record serves either
+ * direction, prepared by the Init of the direction it is used in. */
+typedef struct zemRLEState_BZ2 zemRLEState_BZ2;
+
+/* Stores the size of a zemRLEState_BZ2, 264 bytes, in *pSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsRLEGetSize_BZ2_8u(int32_t* pSize);
+
+/* Prepares *pState for encoding: empty in-use table, no previous byte, no open run.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeRLEInit_BZ2_8u(zemRLEState_BZ2* pState);
+
+/* The first run-length coding of bzip2: a run of 4..259 equal bytes b becomes b b b b and a count
+ * byte (run length - 4); longer runs are cut after 259 bytes. Consumes *pSrcLen bytes at *ppSrc
+ * (both advanced by what was consumed) into pDst; *pDstLen: capacity in, bytes written out. A run
+ * may span calls: its count byte is written when a different byte follows, when it reaches 259,
+ * or by zemsEncodeRLEFlush_BZ2_8u. Every value written (literals and counts) is marked in the
+ * state's in-use table.
+ * Statuses: zemStatusNullPtr (ppSrc, pDst, pSrcLen, pDstLen, then *ppSrc, pState), zemStatusSize
+ * (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (output full with input left: call again
+ * with fresh output), zemStatusOk (all input consumed). */
+ZEM_API zemStatus zemsEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst, int32_t* pDstLen,
+                                       zemRLEState_BZ2* pState);
+
+/* Ends a block: writes the count byte of an open run of four or more (one byte) and closes it;
+ * otherwise writes nothing. *pDstLen: capacity in, bytes written (0 or 1) out. The previous byte
+ * is kept. Statuses: zemStatusNullPtr, zemStatusSize (*pDstLen < 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, zemRLEState_BZ2* pState);
+
+/* Copies the encoder's 256-entry in-use table (1 for every byte value written since Init, else 0)
+ * to pInUse; the two may overlap. Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsRLEGetInUseTable_8u(uint8_t* pInUse, const zemRLEState_BZ2* pState);
+
+/* Prepares *pState for decoding: nothing owed, no run under way.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsDecodeRLEStateInit_BZ2_8u(zemRLEState_BZ2* pState);
+
+/* Undoes zemsEncodeRLE_BZ2_8u: copies bytes, and after four equal ones reads the next byte as a
+ * count of further copies. Both pointers are advanced and both lengths decreased by what was
+ * consumed and produced. Any split of the input and output gives the same bytes as one call:
+ * the state carries a run header cut by the end of the input and the copies that did not fit.
+ * Statuses: zemStatusNullPtr (ppSrc, pSrcLen, ppDst, pDstLen, then *ppSrc, *ppDst, pState),
+ * zemStatusSize (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (the output filled first,
+ * or copies are still owed: call again, or zemsDecodeRLEStateFlush_BZ2_8u once the input is
+ * used up), zemStatusOk (all input consumed, nothing owed). */
+ZEM_API zemStatus zemsDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+                                            int32_t* pDstLen, zemRLEState_BZ2* pState);
+
+/* Writes the copies still owed at the end of the input, advancing *ppDst and decreasing
+ * *pDstLen. No length check: a zero capacity with copies owed gives zemStatusDstTooSmall.
+ * Statuses: zemStatusNullPtr (pState, ppDst, pDstLen, then *ppDst), zemStatusDstTooSmall (only
+ * *pDstLen copies fitted; call again), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeRLEStateFlush_BZ2_8u(zemRLEState_BZ2* pState, uint8_t** ppDst, int32_t* pDstLen);
+
+/* Dictionary reduction: renumbers the byte values in use densely. pInUse is a 256-entry table of
+ * 0 and 1 (as zemsRLEGetInUseTable_8u gives); each of the len bytes at pSrcDst, x, becomes the
+ * number of values in use below x, and *pSizeDictionary receives the number of values in use.
+ * Statuses: zemStatusNullPtr (pInUse, pSrcDst, pSizeDictionary), zemStatusSize (len < 1),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsReduceDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int32_t len,
+                                            uint32_t* pSizeDictionary);
+
+/* Dictionary expansion, the inverse: each byte k becomes the k-th value in use (from 0). A byte
+ * at or beyond sizeDictionary becomes an unspecified byte value.
+ * Statuses: zemStatusNullPtr (pInUse, pSrcDst), zemStatusSize (len < 1 or sizeDictionary < 1),
+ * zemStatusError (sizeDictionary differs from the number of values in use; the buffer is not
+ * touched), zemStatusOk. */
+ZEM_API zemStatus zemsExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int32_t len,
+                                            int32_t sizeDictionary);
+
+/* The move-to-front list, 256 bytes (zemsMTFGetSize_8u), opaque; kept by the caller between calls
+ * so that a block may be coded in pieces. */
+typedef struct zemMTFState_8u zemMTFState_8u;
+
+/* Stores the size of a zemMTFState_8u, 256 bytes, in *pSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsMTFGetSize_8u(int32_t* pSize);
+
+/* Sets the list to the order 0, 1, ..., 255. Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsMTFInit_8u(zemMTFState_8u* pState);
+
+/* Move-to-front coding: each of the len bytes at pSrc is written to pDst as its position in the
+ * list, and then moved to the front. pSrc and pDst may be the same buffer.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pState), zemStatusSize (len < 1), zemStatusOk. */
+ZEM_API zemStatus zemsMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, zemMTFState_8u* pState);
+
+/* Move-to-front decoding: each position at pSrc is written to pDst as the byte at that position
+ * of the list, which is then moved to the front. pSrc and pDst may be the same buffer.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pState), zemStatusSize (len < 1), zemStatusOk. */
+ZEM_API zemStatus zemsMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, zemMTFState_8u* pState);
+
+/* Zero-run coding of move-to-front positions into the 16-bit symbols of a bzip2 block: a run of
+ * z zeros becomes the bijective base-2 digits of z, least significant first (0 = RUNA for digit
+ * 1, 1 = RUNB for digit 2), and a position m of 1..255 the symbol m + 1. pFreq (at least 257
+ * counters, symbols 0..256) is added to, one for every symbol written, and never cleared; the
+ * end-of-block symbol is the caller's. *ppSrc and *pSrcLen: the positions, advanced by what was
+ * consumed; *pDstLen: capacity in symbols in, symbols written out. A run of zeros is not carried
+ * from one call to the next: pass whole blocks, or split them only before a nonzero position.
+ * When the output fills, a run is coded only as far as the remaining places hold (at most
+ * 2^(k+1) - 2 zeros in k places) and the rest of it stays unconsumed.
+ * Statuses: zemStatusNullPtr (ppSrc, pDst, pSrcLen, pDstLen, then *ppSrc, pFreq), zemStatusSize
+ * (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (input left), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint16_t* pDst,
+                                           int32_t* pDstLen, uint32_t* pFreq);
+
+/* Zero-run decoding: a symbol s >= 2 becomes the byte s - 1; a sequence of 0/1 symbols is read
+ * as one run of zeros. A run that does not fit the remaining output is not consumed (the input
+ * stays at its first digit). *ppSrc and *pSrcLen advanced by the symbols consumed; *pDstLen: capacity
+ * in, bytes written out.
+ * Statuses: zemStatusNullPtr (ppSrc, pSrcLen, pDst, pDstLen, then *ppSrc), zemStatusSize
+ * (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (input left), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
+                                           int32_t* pDstLen);
+
+/* Stores the work buffer size of zemsBWTInv_8u for blocks of len bytes, len * 4 + 1024 (32-bit
+ * arithmetic), in *pSize. Statuses: zemStatusNullPtr, zemStatusSize (len < 1), zemStatusOk. */
+ZEM_API zemStatus zemsBWTInvGetSize_8u(int32_t len, uint32_t* pSize);
+
+/* The inverse Burrows-Wheeler transform: from the last column pSrc of the sorted rotations of a
+ * block (len bytes) and the row index of the unrotated block, writes the block to pDst. pBuf is a
+ * work buffer of the size zemsBWTInvGetSize_8u reports, any alignment; pSrc and pDst must not
+ * overlap. Every pSrc of a valid length is inverted, well-formed or not, without access outside
+ * the buffers. A negative index is refused like one at or beyond len: the walk would start
+ * outside the successor vector.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pBuf), zemStatusSize (len < 1; index < 0 or
+ * index >= len), zemStatusOk. */
+ZEM_API zemStatus zemsBWTInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t index, uint8_t* pBuf);
+
+/* Stores the work buffer size of zemsDecodeBlock_BZ2_16u8u for blocks of up to blockSize bytes,
+ * blockSize * 4, in *pSize (0 for 0). Statuses: zemStatusNullPtr, zemStatusSize
+ * (blockSize > 0xFFFFFF), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeBlockGetSize_BZ2_8u(uint32_t blockSize, uint32_t* pSize);
+
+/* Decodes one block's symbols (the Huffman stage's output without the end-of-block symbol:
+ * srcLen symbols at pSrc) into the block's bytes before the block sort: zero runs, move-to-front
+ * over the dictionary of pInUse (256 entries of 0 and 1; dictSize must be its number of ones) and
+ * the inverse transform from row index, in one pass. *pDstLen: the capacity of pDst and of the
+ * work buffer (pBuf, 4 bytes per byte of capacity, any alignment) in, the block length out.
+ * An in-use table whose count differs from dictSize returns zemStatusOk and writes nothing, not
+ * even *pDstLen (kept deliberately). Input that no conforming writer produces is refused with
+ * zemStatusError before it can cause an access outside the buffers: a run checked against the
+ * capacity before it is stored, a move-to-front position at or beyond dictSize (or any symbol
+ * with an empty dictionary), a position that would pass the capacity, and an index at or beyond
+ * the decoded length (whose walk would follow entries never linked). *pDstLen then holds the
+ * length decoded before the fault; pDst and pBuf hold unspecified bytes.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pDstLen, pInUse, then pBuf), zemStatusSize (srcLen < 1,
+ * capacity > 0xFFFFFF, index < 0 or index >= capacity, dictSize > 256), zemStatusError,
+ * zemStatusOk. */
+ZEM_API zemStatus zemsDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen, uint8_t* pDst, uint32_t* pDstLen,
+                                            int32_t index, uint32_t dictSize, const uint8_t* pInUse,
+                                            uint8_t* pBuf);
+
+/* The Huffman decoding state of one block, opaque; its size comes from
+ * zemsDecodeHuffGetSize_BZ2_8u16u (about 40 KiB). Allocate it aligned to 16 bytes (as malloc
+ * does). Per block: Init with the block's dictionary size, Unpack the table context, Decode the
+ * symbols. The bit stream is read most significant bit first; bits that a call took from the
+ * input but did not use cross to the next call in *pCode, *pCodeLenBits of them (0..31),
+ * right-aligned, the oldest the most significant. */
+typedef struct zemDecodeHuffState_BZ2 zemDecodeHuffState_BZ2;
+
+/* Stores the size of a zemDecodeHuffState_BZ2 in *pSize. The state holds any block of the
+ * format (up to 900,000 bytes, 18,002 selectors) whatever wndSize is.
+ * Statuses: zemStatusNullPtr, zemStatusSize (wndSize < 1 or > 900000), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeHuffGetSize_BZ2_8u16u(int32_t wndSize, int32_t* pSize);
+
+/* Prepares *pState for a block whose dictionary holds sizeDictionary byte values: the alphabet is
+ * RUNA (0), RUNB (1), the positions 2..sizeDictionary and the end of the block,
+ * sizeDictionary + 1. Statuses: zemStatusNullPtr, zemStatusSize (sizeDictionary < 1 or > 256),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsDecodeHuffInit_BZ2_8u16u(int32_t sizeDictionary, zemDecodeHuffState_BZ2* pState);
+
+/* Reads the table context that follows a block's in-use bitmap: the table count (2..6), the
+ * selector count (at least 1; those beyond 18,002 are read and ignored), the move-to-front coded
+ * selectors and the delta-coded code lengths, and builds the decoding tables. Resumable:
+ * zemStatusSrcTooShort means the input ran out, all of it taken; call again with more.
+ * Statuses: zemStatusNullPtr (pCode, pCodeLenBits, ppSrc, pSrcLen, pState, then *ppSrc),
+ * zemStatusSize (*pSrcLen < 0, *pCodeLenBits outside 0..31), zemStatusError (table count,
+ * selector count or a selector out of range), zemStatusBadData (a code length outside 1..20, or
+ * over-subscribed lengths), zemStatusSrcTooShort, zemStatusOk. */
+ZEM_API zemStatus zemsUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
+                                                  int32_t* pSrcLen, zemDecodeHuffState_BZ2* pState);
+
+/* Decodes symbols into pDst (*pDstLen: capacity in, symbols written out) up to the end-of-block
+ * symbol, which is not written; the call then returns zemStatusOk with the bits after it left
+ * in *pCode and the input. A full output is reported only when a symbol other than the end of the
+ * block is waiting, so a capacity of exactly the block's symbols ends with zemStatusOk.
+ * Resumable after zemStatusSrcTooShort (all input taken) and zemStatusDstTooSmall. After the
+ * end of the block, further calls write nothing and return zemStatusOk.
+ * Statuses: zemStatusNullPtr (pCode, pCodeLenBits, ppSrc, pSrcLen, pDst, pDstLen, pState, then
+ * *ppSrc), zemStatusSize (*pSrcLen or *pDstLen < 0, *pCodeLenBits outside 0..31), zemStatusError
+ * (the context was not unpacked, a bit string no code covers, or more symbols than the selectors
+ * cover), zemStatusSrcTooShort, zemStatusDstTooSmall, zemStatusOk. */
+ZEM_API zemStatus zemsDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
+                                           int32_t* pSrcLen, uint16_t* pDst, int32_t* pDstLen,
+                                           zemDecodeHuffState_BZ2* pState);
+
 /* ------------------------------------------------------------------------------------------- */
 /* Block sorting (bzip2): compression                                                          */
 /* ------------------------------------------------------------------------------------------- */
