@@ -2,6 +2,7 @@
 // offers, against zlib and liblz4, with outputs that end at a guard page and inputs that are
 // cut, damaged or too large for the output.
 #include <gtest/gtest.h>
+#include <bzlib.h>
 #include <lz4frame.h>
 #include <zlib.h>
 
@@ -33,6 +34,48 @@ std::vector<uint8_t> liblz4_frame(const std::vector<uint8_t>& d) {
     std::vector<uint8_t> out(LZ4F_compressFrameBound(d.size(), &pr));
     out.resize(LZ4F_compressFrame(out.data(), out.size(), d.data(), d.size(), &pr));
     return out;
+}
+
+std::vector<uint8_t> libbz2_compress(const std::vector<uint8_t>& d) {
+    std::vector<uint8_t> out(d.size() + d.size() / 50 + 1024);
+    unsigned int len = unsigned(out.size());
+    EXPECT_EQ(BZ2_bzBuffToBuffCompress(reinterpret_cast<char*>(out.data()), &len,
+                                       const_cast<char*>(reinterpret_cast<const char*>(d.data())), unsigned(d.size()), 9, 0, 0),
+              BZ_OK);
+    out.resize(len);
+    return out;
+}
+
+// The reference decoder of each container we write, into a buffer of the expected size.
+std::vector<uint8_t> reference_decode(int32_t container, const uint8_t* p, size_t n, size_t expect) {
+    std::vector<uint8_t> back(expect + 1);
+    size_t got = 0;
+    if (container == zemContainerLZ4) {
+        LZ4F_dctx* d;
+        LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
+        size_t dst = back.size(), src = n;
+        EXPECT_EQ(LZ4F_decompress(d, back.data(), &dst, p, &src, nullptr), 0u);
+        LZ4F_freeDecompressionContext(d);
+        got = dst;
+    } else if (container == zemContainerBZ2) {
+        unsigned int len = unsigned(back.size());
+        EXPECT_EQ(BZ2_bzBuffToBuffDecompress(reinterpret_cast<char*>(back.data()), &len,
+                                             const_cast<char*>(reinterpret_cast<const char*>(p)), unsigned(n), 0, 0),
+                  BZ_OK);
+        got = len;
+    } else {
+        z_stream z{};
+        inflateInit2(&z, container == zemContainerGzip ? 31 : container == zemContainerZlib ? 15 : -15);
+        z.next_in = const_cast<Bytef*>(p);
+        z.avail_in = uInt(n);
+        z.next_out = back.data();
+        z.avail_out = uInt(back.size());
+        EXPECT_EQ(inflate(&z, Z_FINISH), Z_STREAM_END);
+        got = z.total_out;
+        inflateEnd(&z);
+    }
+    back.resize(got);
+    return back;
 }
 
 // One-call decompression into a buffer of exactly `cap` bytes that ends at a guard page.
@@ -84,6 +127,7 @@ TEST(ZemStream, ForeignContainersDecodeInOneCallAndInPieces) {
         {zemContainerZlib, zlib_compress(data, 15)},
         {zemContainerDeflate, zlib_compress(data, -15)},
         {zemContainerLZ4, liblz4_frame(data)},
+        {zemContainerBZ2, libbz2_compress(data)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(zemStreamContainerName(c.container));
@@ -110,28 +154,38 @@ TEST(ZemStream, ForeignContainersDecodeInOneCallAndInPieces) {
 
 TEST(ZemStream, OurContainersDecodeWithTheReferences) {
     auto data = zt::compressible_bytes(300000, 2);
-    for (int level : {0, 1, 5, 9}) {
+    for (int32_t container : {zemContainerLZ4, zemContainerGzip, zemContainerZlib, zemContainerDeflate, zemContainerBZ2})
+        for (int level : {0, 1, 5, 9}) {
+            SCOPED_TRACE(testing::Message() << zemStreamContainerName(container) << " level " << level);
+            uint64_t bound = 0;
+            ASSERT_EQ(zemStreamCompressBound(container, data.size(), &bound), zemStatusOk);
+            zt::GuardedBuffer out(bound);
+            size_t len = bound;
+            ASSERT_EQ(zemStreamCompress(container, level, data.data(), data.size(), out.data(), &len), zemStatusOk);
+            EXPECT_EQ(reference_decode(container, out.data(), len, data.size()), data);
+            // Too little room: a status and nothing past the buffer.
+            zt::GuardedBuffer small(len - 1);
+            size_t small_len = len - 1;
+            EXPECT_EQ(zemStreamCompress(container, level, data.data(), data.size(), small.data(), &small_len),
+                      zemStreamStatusDstTooSmall);
+            std::vector<uint8_t> streamed, again;
+            ASSERT_EQ(stream_through(container, zemStreamEncode, level, data, 4096, &streamed), zemStatusOk);
+            ASSERT_EQ(stream_through(container, zemStreamDecode, 0, streamed, 3000, &again), zemStatusOk);
+            EXPECT_EQ(again, data);
+        }
+    // Random bytes stay within every bound.
+    auto noise = zt::random_bytes(70000, 3);
+    for (int32_t container : {zemContainerLZ4, zemContainerGzip, zemContainerBZ2, zemContainerLZO}) {
         uint64_t bound = 0;
-        ASSERT_EQ(zemStreamCompressBound(zemContainerLZ4, data.size(), &bound), zemStatusOk);
+        ASSERT_EQ(zemStreamCompressBound(container, noise.size(), &bound), zemStatusOk);
         zt::GuardedBuffer out(bound);
         size_t len = bound;
-        ASSERT_EQ(zemStreamCompress(zemContainerLZ4, level, data.data(), data.size(), out.data(), &len), zemStatusOk);
-        std::vector<uint8_t> back(data.size());
-        LZ4F_dctx* d;
-        LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
-        size_t dst = back.size(), src = len;
-        EXPECT_EQ(LZ4F_decompress(d, back.data(), &dst, out.data(), &src, nullptr), 0u);
-        LZ4F_freeDecompressionContext(d);
-        EXPECT_EQ(back, data);
-        // Too little room: a status and nothing past the buffer.
-        zt::GuardedBuffer small(len - 1);
-        size_t small_len = len - 1;
-        EXPECT_EQ(zemStreamCompress(zemContainerLZ4, level, data.data(), data.size(), small.data(), &small_len),
-                  zemStreamStatusDstTooSmall);
-        std::vector<uint8_t> streamed, again;
-        ASSERT_EQ(stream_through(zemContainerLZ4, zemStreamEncode, level, data, 4096, &streamed), zemStatusOk);
-        ASSERT_EQ(stream_through(zemContainerLZ4, zemStreamDecode, 0, streamed, 3000, &again), zemStatusOk);
-        EXPECT_EQ(again, data);
+        EXPECT_EQ(zemStreamCompress(container, 9, noise.data(), noise.size(), out.data(), &len), zemStatusOk)
+            << zemStreamContainerName(container);
+        std::vector<uint8_t> back(noise.size());
+        size_t back_len = back.size();
+        EXPECT_EQ(zemStreamDecompress(container, out.data(), len, back.data(), &back_len), zemStatusOk);
+        EXPECT_EQ(back, noise);
     }
     // Empty input makes a valid, empty container.
     uint8_t buf[64];
