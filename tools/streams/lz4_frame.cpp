@@ -209,6 +209,7 @@ bool Lz4FrameReader::gather(const uint8_t*& in, size_t& in_len, size_t want) {
     if (have_ >= want) return true;
     if (hold_.size() < want) hold_.resize(want);
     size_t take = want - have_ < in_len ? want - have_ : in_len;
+    if (!take) return false;  // finishing calls come with no input at all, not even a pointer
     memcpy(hold_.data() + have_, in, take);
     in += take;
     in_len -= take;
