@@ -7,7 +7,7 @@ packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev binutils
   libgtest-dev
   zlib1g-dev liblz4-dev libdeflate-dev libzfp-dev libbz2-dev liblzo2-dev
-  gzip bzip2 lz4 lzop pkg-config
+  gzip bzip2 lz4 lzop pkg-config bc
 )
 
 missing=()
