@@ -266,7 +266,9 @@ typedef struct zemInflateState {
  * decoding tables into *state. codeLens holds nLitCodes literal/length lengths (at most 288)
  * followed by nDistCodes distance lengths (at most 30, 0 allowed), each 0 (no code) or 1..15.
  * Both codes must be complete; a single code of length 1 is the one incomplete code accepted.
- * Longest codes of at most 11 (literal/length) and 10 (distance) bits get the compact layout
+ * In the compact layout the entry that such a one-bit code leaves unreached is not written and
+ * keeps what the record held. A block without distance codes gets no distance table: the decoder
+ * refuses any length in it as malformed data, whatever the record held. Longest codes of at most 11 (literal/length) and 10 (distance) bits get the compact layout
  * (tableKind 2, litBits and distBits set), others the general layout (tableKind 1). The window
  * and resume fields are left alone.
  * Statuses: zemStatusNullPtr (codeLens, state), zemStatusSize (nLitCodes > 288 or

@@ -552,3 +552,43 @@ TEST(InflateDecode, DistanceReferencesOutsideTheTableAreMalformed) {
     decode_body(st, b.body, b.expect.size(), 0, 0, &whole), decode_body(st, b.body, b.expect.size(), 3, 3, &small);
     EXPECT_TRUE(whole == zemStatusBadData && small == zemStatusBadData);
 }
+
+TEST(InflateDecode, ALengthWithoutADistanceCodeIsMalformedWhateverTheRecordHeld) {
+    // 'a' repeated, a length code, the end code, in a block with no distance code: the table
+    // area's distance part is not written, so a zeroed record, one reused from a block with
+    // distance codes (same widths, so its entry sits where the decoder looks) and one of random
+    // bytes must all refuse the length. Literals before it bring it to every loop.
+    const Bytes noise = zt::random_bytes(sizeof(zemInflateState), 61);
+    for (bool general : {false, true}) {
+        std::vector<uint16_t> lit(286, 0), none(30, 0);
+        lit['a'] = 1, lit[256] = 2, lit[257] = general ? 3 : 2;
+        if (general) {
+            for (uint32_t l = 4; l <= 12; ++l) lit['a' + l] = uint16_t(l);
+            lit['z'] = 12;  // completes the code
+        }
+        const auto lc = canonical(lit);
+        for (uint32_t lead : {200u, 20000u}) {
+            BitWriter w;
+            for (uint32_t i = 0; i < lead; ++i) w.code(lc['a'], 1);
+            w.code(lc[257], lit[257]), w.put(0, 5), w.code(lc[256], lit[256]);
+            Bytes body = w.finish();
+            body.resize(body.size() + 600, 0x5a);
+            for (int held = 0; held < 3; ++held) {
+                zemInflateState st;
+                memset(&st, 0, sizeof st);
+                if (held == 1) st = build_state(lit, random_code(30, range(0, 30), 5, 7));
+                if (held == 2) memcpy(&st, noise.data(), sizeof st);
+                st.window = nullptr, st.windowSize = 0;
+                std::vector<uint16_t> all = lit;
+                all.insert(all.end(), none.begin(), none.end());
+                ASSERT_EQ(zemsInflateBuildHuffTable(all.data(), 286, 30, &st), zemStatusOk);
+                ASSERT_EQ(st.tableKind, general ? 1u : 2u);
+                for (uint32_t piece : {0u, 3u, 40u}) {
+                    zemStatus s = zemStatusOk;
+                    decode_body(st, body, lead + 9000, piece, piece, &s);
+                    EXPECT_EQ(s, zemStatusBadData) << general << " lead " << lead << " held " << held << " piece " << piece;
+                }
+            }
+        }
+    }
+}

@@ -9,6 +9,8 @@
 
 #include <vector>
 
+#include "splitmix.h"
+
 namespace zt {
 
 // A buffer of n bytes that ends exactly at an inaccessible page, so that any access past its
@@ -37,19 +39,6 @@ class GuardedBuffer {
     size_t n_, map_size_;
     uint8_t* base_;
     uint8_t* data_;
-};
-
-// splitmix64: fixed seeds give the same data on every machine.
-struct Rng {
-    uint64_t s;
-    explicit Rng(uint64_t seed) : s(seed) {}
-    uint64_t next() {
-        uint64_t z = (s += 0x9e3779b97f4a7c15ull);
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-        return z ^ (z >> 31);
-    }
-    uint32_t below(uint32_t n) { return uint32_t((next() >> 32) * n >> 32); }
 };
 
 inline std::vector<uint8_t> random_bytes(size_t n, uint64_t seed) {

@@ -12,6 +12,8 @@
 //    cannot answer and saves its step in the state's resume words when input or output ends.
 #include <string.h>
 
+#include "core/bytes.h"
+#include "core/match_copy.h"
 #include "core/mem.h"
 #include "deflate/inflate_tables.h"
 
@@ -40,12 +42,6 @@ constexpr size_t kOwnTablesMinRoom = 8192;
 // trust is treated as needing this many.
 constexpr uint32_t kMaxCodeBits = 15;
 
-ZEM_INLINE uint64_t load64(const uint8_t* p) {
-    uint64_t v;
-    memcpy(&v, p, 8);
-    return v;
-}
-
 // (v >> ctl[7:0]) & ((1 << ctl[15:8]) - 1) in one operation.
 ZEM_INLINE uint64_t bextr(uint64_t v, uint64_t ctl) { return __builtin_ia32_bextr_u64(v, ctl); }
 
@@ -55,6 +51,16 @@ ZEM_INLINE uint64_t low_bits(uint64_t v, uint32_t n) { return _bzhi_u64(v, n); }
 // Literal/length entries: kind 0 is a literal, 8..13 a length with 0..5 extra bits.
 ZEM_INLINE bool is_literal(uint32_t e) { return (e & 0xF0) == 0; }
 ZEM_INLINE bool is_length(uint32_t e) { return uint32_t(uint8_t(e)) - 0x80 < 0x60; }
+
+// What a compact record without distance codes decodes its distances from: the builder leaves
+// that part of the record as it was, so a length there would take a stale or random distance.
+// One malformed entry instead (eight, for the table rewriter's groups), whatever the record held.
+struct NoDistance {
+    uint8_t kind[8];
+    uint16_t base[8];
+};
+constexpr NoDistance kNoDistance = {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, {}};
+static_assert(kNoDistance.kind[0] > kDistTagMax);
 
 struct CompactTables {
     static constexpr uint32_t kEob = kKindEobCompact;
@@ -72,8 +78,8 @@ struct CompactTables {
     }
     explicit CompactTables(zemInflateState* s)
         : lit(compact_lit(s)),
-          dist_kind(compact_dist_kind(s, lit_bits(s))),
-          dist_base(compact_dist_base(s, lit_bits(s))),
+          dist_kind(dist_bits(s) ? compact_dist_kind(s, lit_bits(s)) : kNoDistance.kind),
+          dist_base(dist_bits(s) ? compact_dist_base(s, lit_bits(s)) : kNoDistance.base),
           lit_mask((1u << lit_bits(s)) - 1),
           dist_mask((1u << dist_bits(s)) - 1) {}
 
@@ -123,16 +129,6 @@ struct GeneralTablesView {
         return tag;
     }
 };
-
-// Exact copy of n bytes of a match that lies wholly in the output (dist <= out - history).
-ZEM_INLINE void copy_exact(uint8_t* out, size_t dist, size_t n) {
-    const uint8_t* src = out - dist;
-    if (dist >= n) {
-        mem::copy_small(src, out, n);
-        return;
-    }
-    for (size_t i = 0; i < n; ++i) out[i] = src[i];
-}
 
 // Shuffles for matches closer than 16 bytes: kPeriodic[d] repeats the first d bytes of a
 // vector over all 16, kAdvance[d] turns 16 bytes of a d-periodic run into the next 16.
@@ -211,7 +207,7 @@ ZEM_NOINLINE void copy_from_window(uint8_t* out, size_t before, size_t dist, siz
     size_t first = win_size - pos < k ? win_size - pos : k;
     mem::copy_small(win + pos, out, first);
     mem::copy_small(win, out + first, k - first);
-    if (n > k) copy_exact(out + k, dist, n - k);
+    if (n > k) copy_match_exact(out + k, dist, n - k);
 }
 
 // ---- the decoder's own tables for long calls ----
@@ -917,7 +913,7 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
                 size_t have = size_t(out - hist), room = size_t(out_end - out);
                 size_t n = mlen < room ? mlen : room;
                 if (size_t(d) - 1 < have) {
-                    copy_exact(out, d, n);
+                    copy_match_exact(out, d, n);
                 } else {
                     if (d == 0 || win == nullptr || d - have > win_size) return kBad;
                     copy_from_window(out, d - have, d, n, win, win_size, win_idx);
@@ -1072,7 +1068,7 @@ ZEM_INLINE zemStatus run(const T& tab, const uint8_t** pp_src, uint32_t* p_src_l
                 size_t room = size_t(out_end - out);
                 size_t n = len < room ? len : room;
                 if (size_t(dist) - 1 < have) {
-                    copy_exact(out, dist, n);
+                    copy_match_exact(out, dist, n);
                 } else {
                     if (dist == 0 || win == nullptr || dist - have > win_size) {
                         status = zemStatusBadData;

@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "core/bytes.h"
 #include "core/check.h"
 #include "core/mem.h"
 
@@ -28,23 +29,6 @@ inline constexpr size_t kLastLiterals = 5;
 inline constexpr size_t kProbeMargin = 44;
 // Nibble value that announces extension bytes.
 inline constexpr size_t kRunMask = 15;
-
-ZEM_INLINE uint16_t load16(const uint8_t* p) {
-    uint16_t v;
-    memcpy(&v, p, 2);
-    return v;
-}
-ZEM_INLINE uint32_t load32(const uint8_t* p) {
-    uint32_t v;
-    memcpy(&v, p, 4);
-    return v;
-}
-ZEM_INLINE uint64_t load64(const uint8_t* p) {
-    uint64_t v;
-    memcpy(&v, p, 8);
-    return v;
-}
-ZEM_INLINE void store16(uint8_t* p, uint16_t v) { memcpy(p, &v, 2); }
 
 // The hash of the five bytes at p: CRC-32C of the 32-bit word at p, started from the fifth
 // byte. One instruction of three cycles, and five bytes make fewer false candidates than the

@@ -11,6 +11,7 @@
 #include <immintrin.h>
 
 #include "core/check.h"
+#include "core/match_copy.h"
 #include "lz4/lz4_block.h"
 
 namespace zem::lz4 {
@@ -68,30 +69,6 @@ ZEM_INLINE void wild_match(uint8_t* d, size_t offset, size_t n) {
     for (size_t i = 16; i < n; i += offset) copy32(s + i, d + i);
 }
 
-// Careful-loop match copy: exactly n bytes, the same result as a forward byte-by-byte copy.
-// Offset 0 copies each byte onto itself, which leaves the output as it was.
-ZEM_INLINE void exact_match(uint8_t* d, size_t offset, size_t n) {
-    if (offset == 0) return;
-    const uint8_t* s = d - offset;
-    if (offset >= n) {
-        copy_literals(s, d, n);
-        return;
-    }
-    size_t i = 0;
-    if (offset >= 8) {
-        for (; i + 8 <= n; i += 8) memcpy(d + i, s + i, 8);
-    } else {
-        // Broadcast the offset's bytes into a word that repeats with the offset's period.
-        uint8_t pat[16];
-        for (size_t k = 0; k < 16; ++k) pat[k] = s[k % offset];
-        size_t step = 8 / offset * offset;
-        uint64_t w;
-        memcpy(&w, pat, 8);
-        for (; i + 8 <= n; i += step) memcpy(d + i, &w, 8);
-    }
-    for (; i < n; ++i) d[i] = s[i];
-}
-
 // Literal copy of the careful loop: exact length; a forward byte loop where input and output
 // could overlap.
 ZEM_INLINE void exact_literals(const uint8_t* s, uint8_t* d, size_t n) {
@@ -125,7 +102,7 @@ ZEM_INLINE void dict_match(const Block& b, uint8_t* d, size_t offset, size_t n) 
         d += k;
         n -= k;
     }
-    exact_match(d, offset, n);
+    copy_match_exact(d, offset, n);
 }
 
 template <Dict K>
@@ -397,7 +374,7 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
                 if (from_dict<K>(b, op, offset))
                     dict_match(b, op, offset, room);
                 else
-                    exact_match(op, offset, room);
+                    copy_match_exact(op, offset, room);
             }
             *pSrcLen = int32_t(ip - b.src);
             *pDstLen = b.cap;
@@ -406,7 +383,7 @@ zemStatus decode(const Block& b, int32_t* pSrcLen, int32_t* pDstLen) {
         if (from_dict<K>(b, op, offset))
             dict_match(b, op, offset, len);
         else
-            exact_match(op, offset, len);
+            copy_match_exact(op, offset, len);
         op += len;
     }
     *pSrcLen = int32_t(ip - b.src);

@@ -40,9 +40,6 @@ inline constexpr uint32_t kReplaceDistance = 3;
 
 namespace {
 
-using lz4::load32;
-using lz4::load64;
-
 ZEM_INLINE uint32_t hash_at(const uint8_t* p) { return _mm_crc32_u32(0, load32(p)) & kHashMask; }
 
 // Length of the common prefix of a and b, counted until b reaches b_end. a lies before b (or in

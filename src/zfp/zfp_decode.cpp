@@ -28,7 +28,7 @@ struct Reader {
     ZEM_INLINE void refill() {
         intptr_t left = room(p, end);
         if (ZEM_LIKELY(left >= 8)) {
-            acc = load_le64(p);
+            acc = load64((const void*)p);
             p += 8;
             cnt = 64;
         } else if (left > 0) {
@@ -88,7 +88,7 @@ struct Reader {
         unsigned t = (unsigned)(r & 63);
         if (t == 0) return (intptr_t)(end - p) >= 0;
         if (room(p, end) >= 8) {
-            acc = load_le64(p) >> t;
+            acc = load64((const void*)p) >> t;
             p += 8;
             cnt = 64 - t;
             return true;
@@ -119,7 +119,7 @@ struct PosReader {
     unsigned cnt;
 
     // 57 or more stream bits from the read position.
-    ZEM_INLINE uint64_t peek() const { return load_le64(base + (at >> 3)) >> (at & 7); }
+    ZEM_INLINE uint64_t peek() const { return load64((const void*)(base + (at >> 3))) >> (at & 7); }
     ZEM_INLINE void ensure() {
         acc = peek();
         cnt = 57;
@@ -406,7 +406,7 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
         unsigned held0 = rd.cnt;
         if (room(start, rd.end) >= kFastRoom &&
             (held0 == 0 || (room(h.pStart, start) >= 8 &&
-                            load_le64(start - 8) >> (64 - held0) == _bzhi_u64(rd.acc, held0)))) {
+                            load64((const void*)(start - 8)) >> (64 - held0) == _bzhi_u64(rd.acc, held0)))) {
             PosReader fr{start - 8, 64 - (uint64_t)held0, 0, 0};
             decode_coded(fr, h, plane, e, klow, used);
             // Back to the lazy reader's state: whole words fetched, the rest of the last held.
@@ -417,7 +417,7 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
                 uint64_t words = (consumed - held0 + 63) >> 6;
                 rd.p = start + 8 * words;
                 rd.cnt = (unsigned)(64 * words - (consumed - held0));
-                rd.acc = rd.cnt ? load_le64(rd.p - 8) >> (64 - rd.cnt) : 0;
+                rd.acc = rd.cnt ? load64((const void*)(rd.p - 8)) >> (64 - rd.cnt) : 0;
             }
         } else {
             decode_coded(rd, h, plane, e, klow, used);

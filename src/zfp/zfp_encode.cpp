@@ -25,7 +25,7 @@ struct Writer {
             fail = true;
             return;
         }
-        store_le64(p, word);
+        store64((void*)p, word);
         p += 8;
     }
 
@@ -61,7 +61,7 @@ struct Writer {
         if (fit > 8)
             MemZero((void*)p, (int32_t)(fit * 8));
         else
-            for (uint64_t i = 0; i < fit; ++i) store_le64(p + 8 * i, 0);
+            for (uint64_t i = 0; i < fit; ++i) store64((void*)(p + 8 * i), 0);
         p += 8 * fit;
         if (fit < words) fail = true;
     }

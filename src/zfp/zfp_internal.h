@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "core/bytes.h"
 #include "core/check.h"
 #include "zemdc.h"
 
@@ -63,12 +64,6 @@ ZEM_INLINE int32_t* xform_scratch(void* state) { return (int32_t*)((uint8_t*)sta
 // Bytes between two stream positions, signed: positions may lie on either side of the end.
 ZEM_INLINE intptr_t room(uintptr_t cur, uintptr_t end) { return (intptr_t)(end - cur); }
 
-ZEM_INLINE uint64_t load_le64(uintptr_t p) {
-    uint64_t v;
-    memcpy(&v, (const void*)p, 8);
-    return v;
-}
-ZEM_INLINE void store_le64(uintptr_t p, uint64_t v) { memcpy((void*)p, &v, 8); }
 
 // Shift that also accepts a count of 64.
 ZEM_INLINE uint64_t shr64(uint64_t v, unsigned s) { return s < 64 ? v >> s : 0; }

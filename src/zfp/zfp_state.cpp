@@ -37,7 +37,7 @@ zemStatus flush(void* state) {
     if (h.bitCount < 1) return zemStatusOk;
     if (room(h.pCur, h.pEnd) >= 8) {
         // A whole word even for a few bits: away from the end a stream is always whole words.
-        store_le64(h.pCur, h.bitBuffer);
+        store64((void*)h.pCur, h.bitBuffer);
         h.pCur += 8;
     } else {
         for (;;) {

@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "bench.h"
+#include "splitmix.h"
 #include "zemdc.h"
 
 namespace bench {
@@ -37,19 +38,7 @@ double now() {
     return double(ts.tv_sec) + 1e-9 * double(ts.tv_nsec);
 }
 
-// A small deterministic generator (splitmix64) so that the embedded corpus is the same on every
-// machine and in every run.
-struct Rng {
-    uint64_t s;
-    uint64_t next() {
-        uint64_t z = (s += 0x9e3779b97f4a7c15ull);
-        z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-        z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-        return z ^ (z >> 31);
-    }
-    uint32_t below(uint32_t n) { return uint32_t((next() >> 32) * n >> 32); }
-    double unit() { return double(next() >> 11) * (1.0 / 9007199254740992.0); }
-};
+using zt::Rng;
 
 // Text-like: words drawn with a Zipf-like skew from a generated vocabulary, in sentences and
 // paragraphs.

@@ -274,15 +274,6 @@ bool Inflater::dyn_lens(Call& c) {
     // A block without an end-of-block code could never end.
     if (lens_[256] == 0 || zemsInflateBuildHuffTable(lens_, n_lit_, n_dist_, &state_) != zemStatusOk)
         return step_ = Step::Error, true;
-    if (state_.tableKind == 2 && state_.distBits == 0) {
-        // No distance code: the one distance entry was left as the record held it. Zeroed, it
-        // reads as distance 0, which the decoder refuses, so a length in this block is an error
-        // rather than a match with a stale distance.
-        uint8_t* kind = state_.tables + (size_t(2) << state_.litBits);
-        kind[0] = 0;
-        kind[1024] = 0;
-        kind[1025] = 0;
-    }
     mode_ = 0;
     step_ = Step::Body;
     return true;
