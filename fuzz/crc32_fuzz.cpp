@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "checksum/crc32.h"
+#include "zemcore.h"
 
 namespace {
 
@@ -41,12 +42,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t want[] = {~bitwise_reflected(~start, 0xEDB88320u, msg, n), ~bitwise_msb(~start, msg, n),
                              bitwise_reflected(start, 0x82F63B78u, msg, n)};
     using namespace zem::crc;
-    // Each path with the index of its checksum in want.
-    static const struct { uint32_t (*fn)(uint32_t, const uint8_t*, size_t); int sum; } paths[] = {
-        {crc32_slice8, 0},  {crc32_fold, 0},           {bz2_slice8, 1},          {bz2_fold, 1},
-        {crc32c_slice4, 2}, {crc32c_streams_clmul, 2}, {crc32c_streams_table, 2}};
+    // Each path with the index of its checksum in want, and what the processor needs to run it.
+    static const struct { Kernel fn; int sum; uint64_t needs; } paths[] = {
+        {crc32_slice8, 0, 0},  {crc32_fold, 0, ZEM_FEATURE_CLMUL},     {crc32_fold256, 0, kWideFeatures},
+        {bz2_slice8, 1, 0},    {bz2_fold, 1, ZEM_FEATURE_CLMUL},       {bz2_fold256, 1, kWideFeatures},
+        {crc32c_slice4, 2, 0}, {crc32c_streams_clmul, 2, ZEM_FEATURE_CLMUL | ZEM_FEATURE_SSE42},
+        {crc32c_streams_table, 2, ZEM_FEATURE_SSE42}};
     for (const auto& p : paths)
-        if (p.fn(start, msg, n) != want[p.sum] || p.fn(p.fn(start, msg, cut), msg + cut, n - cut) != want[p.sum])
+        if (ownGetFeature(p.needs) && p.fn(start, msg, n) != want[p.sum] || p.fn(p.fn(start, msg, cut), msg + cut, n - cut) != want[p.sum])
             __builtin_trap();
     delete[] msg;
     return 0;

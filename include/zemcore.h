@@ -44,7 +44,9 @@ extern "C" {
 #define ZEM_FEATURE_ERMS       0x00200000ULL /* enhanced REP MOVSB/STOSB */
 #define ZEM_FEATURE_AVX512F    0x00400000ULL
 #define ZEM_FEATURE_AVX512BW   0x00800000ULL
-#define ZEM_FEATURE_VPCLMULQDQ 0x01000000ULL
+#define ZEM_FEATURE_VPCLMULQDQ 0x01000000ULL /* carry-less multiplication of 256-bit registers; the
+                                               * CRC-32 kernels ask for it together with AVX2 and
+                                               * CLMUL: mask 0x01004800 */
 #define ZEM_FEATURE_VAES       0x02000000ULL
 
 /* Stores into *pSize the size in bytes of the largest processor cache (the last-level cache as

@@ -7,6 +7,7 @@
 #include "checksum/crc32.h"
 #include "checksum/crc32_tables.h"
 #include "test_util.h"
+#include "zemcore.h"
 #include "zemdc.h"
 
 namespace {
@@ -36,19 +37,33 @@ uint32_t ref_crc32c(uint32_t reg, const uint8_t* p, size_t n) { return ref_refle
 using Fn = uint32_t (*)(uint32_t, const uint8_t*, size_t);
 using Export = zemStatus (*)(const uint8_t*, int32_t, uint32_t*);
 
+constexpr uint64_t kClmul = ZEM_FEATURE_CLMUL, kSse42 = ZEM_FEATURE_SSE42, kWide = zem::crc::kWideFeatures;
+
 const struct Path {
     const char* name;
     Fn fn, ref;
     uint32_t start, check;  // the check value over "123456789" from the conventional start
+    uint64_t needs;         // what the processor must have to run it
 } kPaths[] = {
-    {"crc32_slice8", zem::crc::crc32_slice8, ref_crc32, 0, 0xCBF43926u},
-    {"crc32_fold", zem::crc::crc32_fold, ref_crc32, 0, 0xCBF43926u},
-    {"bz2_slice8", zem::crc::bz2_slice8, ref_bz2, 0, 0xFC891918u},
-    {"bz2_fold", zem::crc::bz2_fold, ref_bz2, 0, 0xFC891918u},
-    {"crc32c_slice4", zem::crc::crc32c_slice4, ref_crc32c, 0xFFFFFFFFu, 0x1CF96D7Cu},
-    {"crc32c_streams_clmul", zem::crc::crc32c_streams_clmul, ref_crc32c, 0xFFFFFFFFu, 0x1CF96D7Cu},
-    {"crc32c_streams_table", zem::crc::crc32c_streams_table, ref_crc32c, 0xFFFFFFFFu, 0x1CF96D7Cu},
+    {"crc32_slice8", zem::crc::crc32_slice8, ref_crc32, 0, 0xCBF43926u, 0},
+    {"crc32_fold", zem::crc::crc32_fold, ref_crc32, 0, 0xCBF43926u, kClmul},
+    {"crc32_fold256", zem::crc::crc32_fold256, ref_crc32, 0, 0xCBF43926u, kWide},
+    {"bz2_slice8", zem::crc::bz2_slice8, ref_bz2, 0, 0xFC891918u, 0},
+    {"bz2_fold", zem::crc::bz2_fold, ref_bz2, 0, 0xFC891918u, kClmul},
+    {"bz2_fold256", zem::crc::bz2_fold256, ref_bz2, 0, 0xFC891918u, kWide},
+    {"crc32c_slice4", zem::crc::crc32c_slice4, ref_crc32c, 0xFFFFFFFFu, 0x1CF96D7Cu, 0},
+    {"crc32c_streams_clmul", zem::crc::crc32c_streams_clmul, ref_crc32c, 0xFFFFFFFFu, 0x1CF96D7Cu, kClmul | kSse42},
+    {"crc32c_streams_table", zem::crc::crc32c_streams_table, ref_crc32c, 0xFFFFFFFFu, 0x1CF96D7Cu, kSse42},
 };
+
+// The paths this processor can run; the others are left to the test of the kernel choice, which
+// says that they were skipped.
+std::vector<const Path*> runnable() {
+    std::vector<const Path*> v;
+    for (const Path& p : kPaths)
+        if (ownGetFeature(p.needs)) v.push_back(&p);
+    return v;
+}
 
 const struct {
     Export fn;
@@ -71,7 +86,8 @@ std::vector<size_t> interesting_lengths() {
 
 TEST(Crc32, CheckValues) {
     const uint8_t digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
-    for (const Path& path : kPaths) {
+    for (const Path* pp : runnable()) {
+        const Path& path = *pp;
         EXPECT_EQ(path.fn(path.start, digits, 9), path.check) << path.name;
         EXPECT_EQ(path.ref(path.start, digits, 9), path.check) << path.name;
     }
@@ -89,28 +105,29 @@ TEST(Crc32, CheckValues) {
 TEST(Crc32, EveryPathEveryLengthAndAlignment) {
     auto buf = zt::random_bytes(16384 + 64, 1);
     const auto lengths = interesting_lengths();
-    for (const Path& path : kPaths)
+    for (const Path* path : runnable())
         for (size_t off = 0; off < 16; ++off)
             for (size_t n : lengths) {
                 // A running value with every byte distinct, so a misplaced register byte shows.
                 uint32_t start = 0x9E3779B9u ^ uint32_t(n * 0x01000193u);
                 const uint8_t* p = buf.data() + off;
-                ASSERT_EQ(path.fn(start, p, n), path.ref(start, p, n)) << path.name << " off " << off << " len " << n;
+                ASSERT_EQ(path->fn(start, p, n), path->ref(start, p, n)) << path->name << " off " << off << " len " << n;
             }
 }
 
 TEST(Crc32, LargeBuffers) {
     auto buf = zt::compressible_bytes((3 << 20) + 77, 2);
-    for (const Path& path : kPaths)
+    for (const Path* path : runnable())
         for (size_t off : {0u, 13u})
-            EXPECT_EQ(path.fn(7, buf.data() + off, buf.size() - off), path.ref(7, buf.data() + off, buf.size() - off))
-                << path.name << " off " << off;
+            EXPECT_EQ(path->fn(7, buf.data() + off, buf.size() - off), path->ref(7, buf.data() + off, buf.size() - off))
+                << path->name << " off " << off;
 }
 
 TEST(Crc32, SplitsEqualOneCall) {
     auto buf = zt::random_bytes(12000, 3);
     zt::Rng r(4);
-    for (const Path& path : kPaths) {
+    for (const Path* pp : runnable()) {
+        const Path& path = *pp;
         const uint32_t whole = path.fn(path.start, buf.data(), buf.size());
         for (int trial = 0; trial < 300; ++trial) {
             size_t cut = trial < 40 ? size_t(trial) : 1 + r.below(uint32_t(buf.size() - 1));
@@ -125,6 +142,34 @@ TEST(Crc32, SplitsEqualOneCall) {
             ASSERT_EQ(e.fn(buf.data() + at, (int32_t)std::min(step, buf.size() - at), &v), zemStatusOk);
         EXPECT_EQ(v, e.ref(0x11223344u, buf.data() + 1, buf.size() - 1));
     }
+}
+
+TEST(Crc32, KernelForEachProcessor) {
+    // Made-up processors, from none of the features to the wide multiplier: each gets the kernel
+    // of the strongest path it can run, so a processor without a feature never reaches its code.
+    using namespace zem::crc;
+    const struct {
+        uint64_t features;
+        Kernel crc32, bz2, crc32c;
+    } kProcessors[] = {
+        {0, crc32_slice8, bz2_slice8, crc32c_slice4},
+        {kSse42, crc32_slice8, bz2_slice8, crc32c_streams_table},
+        {kSse42 | kClmul, crc32_fold, bz2_fold, crc32c_streams_clmul},
+        {kSse42 | kClmul | ZEM_FEATURE_AVX2, crc32_fold, bz2_fold, crc32c_streams_clmul},
+        {kSse42 | ZEM_FEATURE_VPCLMULQDQ | ZEM_FEATURE_AVX2, crc32_slice8, bz2_slice8, crc32c_streams_table},
+        {kSse42 | kWide, crc32_fold256, bz2_fold256, crc32c_streams_clmul},
+    };
+    for (const auto& cpu : kProcessors) {
+        auto has = [&](uint64_t mask) { return (cpu.features & mask) == mask; };
+        EXPECT_EQ(crc32_kernel(has), cpu.crc32) << std::hex << cpu.features;
+        EXPECT_EQ(bz2_kernel(has), cpu.bz2) << std::hex << cpu.features;
+        EXPECT_EQ(crc32c_kernel(has), cpu.crc32c) << std::hex << cpu.features;
+        for (const Path& path : kPaths) {
+            const bool chosen = path.fn == cpu.crc32 || path.fn == cpu.bz2 || path.fn == cpu.crc32c;
+            EXPECT_TRUE(!chosen || has(path.needs)) << path.name << " chosen without its features";
+        }
+    }
+    if (!ownGetFeature(kWide)) GTEST_SKIP() << "no 256-bit carry-less multiply here: its kernels were not run";
 }
 
 TEST(Crc32, StatusesLeaveTheValueUntouched) {
@@ -169,12 +214,12 @@ TEST(Crc32, ReadsStayInsideTheBuffer) {
     // Every first-byte alignment is tried inside the buffer.
     auto data = zt::random_bytes(8192, 6);
     for (bool at_start : {false, true})
-        for (size_t n : {1u, 7u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 63u, 64u, 65u, 127u, 216u, 1000u, 3072u, 8192u}) {
+        for (size_t n : {1u, 7u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 63u, 64u, 65u, 127u, 128u, 161u, 216u, 1000u, 3072u, 8192u}) {
             zt::GuardedBuffer g(n, at_start);
             g.assign(data.data(), n);
-            for (const Path& path : kPaths)
+            for (const Path* path : runnable())
                 for (size_t skip = 0; skip < std::min<size_t>(n, 16); ++skip)
-                    ASSERT_EQ(path.fn(1, g.data() + skip, n - skip), path.ref(1, data.data() + skip, n - skip))
-                        << path.name << " len " << n << " skip " << skip;
+                    ASSERT_EQ(path->fn(1, g.data() + skip, n - skip), path->ref(1, data.data() + skip, n - skip))
+                        << path->name << " len " << n << " skip " << skip;
         }
 }

@@ -3,21 +3,18 @@
 #include "checksum/crc32.h"
 
 #include "core/check.h"
-#include "zemcore.h"
 
 ZEM_API zemStatus zemsCRC32_8u(const uint8_t* src, int32_t len, uint32_t* pCRC) {
     if (zem::any_null(src, pCRC)) return zemStatusNullPtr;
     if (zem::bad_len(len)) return zemStatusSize;
-    *pCRC = ownGetFeature(ZEM_FEATURE_CLMUL) ? zem::crc::crc32_fold(*pCRC, src, (size_t)len)
-                                             : zem::crc::crc32_slice8(*pCRC, src, (size_t)len);
+    *pCRC = zem::crc::crc32_kernel(ownGetFeature)(*pCRC, src, (size_t)len);
     return zemStatusOk;
 }
 
 ZEM_API zemStatus zemsCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC) {
     if (zem::any_null(src, pCRC)) return zemStatusNullPtr;
     if (zem::bad_len(len)) return zemStatusSize;
-    *pCRC = ownGetFeature(ZEM_FEATURE_CLMUL) ? zem::crc::bz2_fold(*pCRC, src, (size_t)len)
-                                             : zem::crc::bz2_slice8(*pCRC, src, (size_t)len);
+    *pCRC = zem::crc::bz2_kernel(ownGetFeature)(*pCRC, src, (size_t)len);
     return zemStatusOk;
 }
 
@@ -25,12 +22,6 @@ ZEM_API zemStatus zemsCRC32C_8u(const uint8_t* src, int32_t len, uint32_t* pCRC)
     if (zem::any_null(src, pCRC)) return zemStatusNullPtr;
     // Only zero is refused: the length is a 32-bit unsigned count here, so -1 means 2^32 - 1 bytes.
     if (len == 0) return zemStatusSize;
-    const size_t n = (uint32_t)len;
-    if (ownGetFeature(ZEM_FEATURE_CLMUL))
-        *pCRC = zem::crc::crc32c_streams_clmul(*pCRC, src, n);
-    else if (ownGetFeature(ZEM_FEATURE_SSE42))
-        *pCRC = zem::crc::crc32c_streams_table(*pCRC, src, n);
-    else
-        *pCRC = zem::crc::crc32c_slice4(*pCRC, src, n);
+    *pCRC = zem::crc::crc32c_kernel(ownGetFeature)(*pCRC, src, (uint32_t)len);
     return zemStatusOk;
 }

@@ -13,12 +13,13 @@
 #include <immintrin.h>
 
 #include "checksum/crc32.h"
-#include "checksum/crc32_clmul.h"
-#include "checksum/crc32_step.h"
+#include "checksum/crc32_fold.h"
 
 namespace zem::crc {
 
 namespace {
+
+using namespace fold_detail;
 
 // Loading 16 bytes at kZeroPrefix + h keeps the last h bytes of a block and moves them to its
 // end behind zero bytes (PSHUFB clears a lane whose index has the top bit set).
@@ -26,62 +27,12 @@ alignas(32) constexpr uint8_t kZeroPrefix[32] = {0x80, 0x80, 0x80, 0x80, 0x80, 0
                                                  0x80, 0x80, 0x80, 0x80, 0x80, 0,    1,    2,    3,    4,    5,
                                                  6,    7,    8,    9,    10,   11,   12,   13,   14,   15};
 
-// The folded register is congruent to the last accumulator, and the CRC register is that
-// accumulator times x^32 mod P. Two products against x^k mod P take it from 128 to 64
-// significant bits, each clearing the lane of highest powers; the eight bytes left are a plain
-// table step from a zero register.
-struct Reflected {
-    static constexpr bool msb = false;
-    static constexpr const SliceTables<8>& tables = kCrc32Tables;
-    static constexpr FoldPair k512 = fold_pair_r(512), k256 = fold_pair_r(256), k128 = fold_pair_r(128);
-    // x^63 mod P as a 64-bit reflected lane: the product lands one power high, i.e. times x^64.
-    static constexpr uint64_t kReduce = fold_r64(63);
-    static constexpr FoldPair pair(unsigned d) { return fold_pair_r(d); }
-    static constexpr int kLane = 0x00;  // the low lane holds the highest powers
-    static constexpr int kKeep = 0x3;   // blend mask that clears it
-    static constexpr size_t kGroups = 1;  // folded groups per table run in the mixed loop
-    static ZEM_INLINE uint64_t bytes(__m128i b) { return (uint64_t)_mm_extract_epi64(b, 1); }
-};
-
-struct MsbFirst {
-    static constexpr bool msb = true;
-    static constexpr const SliceTables<8>& tables = kBz2Tables;
-    static constexpr FoldPair k512 = fold_pair_n(512), k256 = fold_pair_n(256), k128 = fold_pair_n(128);
-    static constexpr uint64_t kReduce = fold_n(64);
-    static constexpr FoldPair pair(unsigned d) { return fold_pair_n(d); }
-    static constexpr int kLane = 0x01;
-    static constexpr int kKeep = 0xc;
-    static constexpr size_t kGroups = 3;
-    // The polynomial's highest powers first, as the message bytes ran.
-    static ZEM_INLINE uint64_t bytes(__m128i b) { return __builtin_bswap64((uint64_t)_mm_cvtsi128_si64(b)); }
-};
-
-template <class V>
-ZEM_INLINE uint32_t reduce(__m128i a) {
-    const __m128i k = _mm_set_epi64x(0, (long long)V::kReduce);
-    __m128i b = _mm_xor_si128(_mm_clmulepi64_si128(a, k, V::kLane), _mm_blend_epi32(a, _mm_setzero_si128(), V::kKeep));
-    b = _mm_xor_si128(_mm_clmulepi64_si128(b, k, V::kLane), b);
-    const uint64_t w = V::bytes(b);
-    return step8_words(V::tables, 0, (uint32_t)w, (uint32_t)(w >> 32));
-}
-
 // The mixed loop: V::kGroups 64-byte groups folded with the 512-bit constant, kTable bytes run
 // through the slicing tables, then the next group folded across them. kTable keeps the blocks
 // 16-byte aligned (split loads cost more than the tables save).
 constexpr size_t kTable = 16;
 template <class V>
 inline constexpr size_t kSpan = 64 * V::kGroups + kTable + 64;
-
-template <class V>
-ZEM_INLINE __m128i order(__m128i v) {
-    if constexpr (V::msb) return _mm_shuffle_epi8(v, _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
-    return v;
-}
-
-template <class V>
-ZEM_INLINE __m128i block(const uint8_t* p) {
-    return order<V>(_mm_loadu_si128((const __m128i*)p));
-}
 
 // r is the register in the form the tables use (reflected, or byte-swapped most-significant-
 // bit-first); it is XORed onto the first four data bytes, so the folding itself starts from zero.

@@ -5,18 +5,12 @@
 #pragma once
 
 #include <stdint.h>
-#include <string.h>
 
 #include "checksum/crc32_tables.h"
+#include "core/bytes.h"
 #include "core/check.h"
 
 namespace zem::crc {
-
-ZEM_INLINE uint32_t load32(const uint8_t* p) {
-    uint32_t v;
-    memcpy(&v, p, 4);
-    return v;
-}
 
 template <int K>
 ZEM_INLINE uint32_t step1(const SliceTables<K>& T, uint32_t r, uint8_t b) {

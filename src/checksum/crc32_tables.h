@@ -139,6 +139,29 @@ static_assert(fold_r(288) == 0xF1DA05AAull && fold_r(224) == 0x15A546366ull);
 static_assert(fold_r(160) == 0x1751997D0ull && fold_r(96) == 0xCCAA009Eull);
 static_assert(fold_r(64) == 0x163CD6124ull);
 
+// Barrett reduction: floor(x^64 / P), natural, 33 bits (P = x^32 + poly).
+constexpr uint64_t barrett_mu_n(uint32_t poly) {
+    const unsigned __int128 p = ((unsigned __int128)1 << 32) | poly;
+    unsigned __int128 r = (unsigned __int128)1 << 64;
+    uint64_t q = 0;
+    for (int d = 64; d >= 32; --d)
+        if ((r >> d) & 1) {
+            q |= 1ull << (d - 32);
+            r ^= p << (d - 32);
+        }
+    return q;
+}
+
+// A 33-bit value with its bits in reverse order: the reflected form of a degree-32 polynomial.
+constexpr uint64_t reflect33(uint64_t v) {
+    uint64_t r = 0;
+    for (int i = 0; i < 33; ++i) r |= ((v >> i) & 1) << (32 - i);
+    return r;
+}
+
+static_assert(barrett_mu_n(kPolyCrc32) == 0x104D101DFull && reflect33(0x104D101DFull) == 0x1F7011641ull);
+static_assert(reflect33(0x104C11DB7ull) == (((uint64_t)kPolyCrc32R << 1) | 1));
+
 // ---- CRC-32C three-stream merging ----------------------------------------------------------
 
 // Shifting a CRC32-instruction register v past `bytes` bytes: clmul(v, x^(8*bytes-33)) lands the

@@ -16,12 +16,6 @@ namespace zem::crc {
 
 namespace {
 
-ZEM_INLINE uint64_t load64(const uint8_t* p) {
-    uint64_t v;
-    memcpy(&v, p, 8);
-    return v;
-}
-
 // Three chains over three stretches of `words` 8-byte words each; c0 carries the running
 // register, the others start from zero.
 ZEM_INLINE void run3(uint64_t& c0, uint64_t& c1, uint64_t& c2, const uint8_t* p, size_t words) {
@@ -106,9 +100,7 @@ ZEM_INLINE uint32_t tail(uint64_t c, const uint8_t* p, size_t n) {
         p += 4;
     }
     if (n & 2) {
-        uint16_t h;
-        memcpy(&h, p, 2);
-        r = _mm_crc32_u16(r, h);
+        r = _mm_crc32_u16(r, load16(p));
         p += 2;
     }
     if (n & 1) r = _mm_crc32_u8(r, *p);
