@@ -385,6 +385,126 @@ ZEM_API zemStatus zemsDecodeZfpGetDecompressedSizeLong_32f(const zemZfpState* pS
 /* Deflate compression                                                                         */
 /* ------------------------------------------------------------------------------------------- */
 
+/* The pieces of a DEFLATE compressor whose stream layer the caller keeps (see docs/deflate.md):
+ * hash-chain upkeep, LZ77 match finders that turn input into records (a literal, or a length
+ * and distance), Huffman emission of records, and the codes and dynamic block headers.
+ *
+ * Positions are the caller's numbering of the stream; the head table holds one position per
+ * hash value, the prev table links a position (masked with winSize - 1) to the previous one of
+ * the same hash. Level 0 uses the three-byte running hash and the head table only; every other
+ * level hashes four bytes with CRC-32C and keeps both tables. */
+
+/* A (code, length) pair of a Huffman code table: code holds the code bit-reversed, its first bit
+ * in bit 0, as the bits go into the stream. */
+typedef struct zemDeflateHuffCode {
+    uint16_t code;
+    uint16_t len;
+} zemDeflateHuffCode;
+
+/* Flush values of the match finders. NoFlush keeps 262 bytes of lookahead unparsed (more input
+ * follows, so no match is cut by the end of what was given); the others parse everything. */
+enum {
+    zemDeflateNoFlush = 0,
+    zemDeflateSyncFlush = 1,
+    zemDeflateFullFlush = 2,
+    zemDeflateFinish = 3
+};
+
+/* Bytes of the work area of zemsDeflateLZ77Slow_8u. */
+#define ZEM_DEFLATE_SLOW_WORK_SIZE 4096
+
+/* Enters the positions srcIdx.. of the run pSrc[0..srcLen) into the tables: at level 0 the
+ * srcLen - 2 positions whose three bytes lie in the run (head table only, running hash), at any
+ * other level (negative ones included) the srcLen - 3 positions whose four bytes lie in the run
+ * (head and prev). Positions go in increasing order; nothing is cleared.
+ * Statuses: zemStatusNullPtr (pSrc, pHashHead, pHashPrev; the prev table also at level 0),
+ * zemStatusSize (winSize outside 256..32768, hashSize outside 256..65536; both must be powers of
+ * two, which is not checked), zemStatusOk (also, with nothing written, for srcLen below 3 at
+ * level 0 or below 4 otherwise). */
+ZEM_API zemStatus zemsDeflateUpdateHash_8u(const uint8_t* pSrc, uint32_t srcIdx, uint32_t srcLen,
+                                           uint32_t* pHashHead, uint32_t hashSize, uint32_t* pHashPrev,
+                                           uint32_t winSize, int32_t comprLevel);
+
+/* Loads a preset dictionary: copies its last min(winSize, dictLen) = n bytes to pWindow[0..n)
+ * and, when n is at least 258, enters the positions 0..n - 258 (window offsets) into the tables:
+ * below level 1 with the level-0 scheme, otherwise with the chained one (prev indexed by the
+ * position itself). The last 257 bytes are not entered; a caller who wants them enters them with
+ * zemsDeflateUpdateHash_8u.
+ * Statuses: zemStatusNullPtr (pDict, pHashHead, pHashPrev, pWindow), zemStatusSize (as
+ * zemsDeflateUpdateHash_8u), zemStatusOk (also, with nothing written, for dictLen below 3 at
+ * level 0 or 4 otherwise). */
+ZEM_API zemStatus zemsDeflateDictionarySet_8u(const uint8_t* pDict, uint32_t dictLen, uint32_t* pHashHead,
+                                              int32_t hashSize, uint32_t* pHashPrev, uint8_t* pWindow,
+                                              uint32_t winSize, int32_t comprLevel);
+
+/* Writes srcLen records as DEFLATE codes: record i is the literal pLitLen[i] when pDist[i] is 0,
+ * else a match of length pLitLen[i] + 3 at distance pDist[i] (1..32768). The pending bits come
+ * in as *pCode holding *pCodeLenBits (at most 16) bits and leave as fewer than 8; everything
+ * else goes to pDst from byte *pDstIdx on, which advances. Whole 32-bit words are stored, so the
+ * caller provides room for 6 bytes per record plus 4 (no length is passed). No end-of-block code
+ * is written; a symbol whose code length is 0 is written as nothing.
+ * Statuses: zemStatusNullPtr (any pointer), zemStatusOk. */
+ZEM_API zemStatus zemsDeflateHuff_8u(const uint8_t* pLitLen, const uint16_t* pDist, uint32_t srcLen,
+                                     uint16_t* pCode, uint32_t* pCodeLenBits,
+                                     const zemDeflateHuffCode* pLitCodeTable,
+                                     const zemDeflateHuffCode* pDistCodeTable, uint8_t* pDst,
+                                     uint32_t* pDstIdx);
+
+/* The match finders. They parse from *ppSrc (stream position *pSrcIdx; the bytes from pWindow up
+ * to it are history, of which at most winSize bytes are reached back into) into records
+ * (pLitLen, pDist as zemsDeflateHuff_8u takes them; *pDstLen is the record room in and the
+ * records written out) and add the symbols of the records to pLitFreq[286] and pDistFreq[30]
+ * (the end-of-block symbol is left to the caller). They hash as zemsDeflateUpdateHash_8u does at
+ * levels 1..9 and enter the positions they pass, so the three mix on one stream. Table entries
+ * that are stale or garbage are checked against distance and history before anything is read.
+ * comprLevel 1..9 chooses the search effort. Under zemDeflateNoFlush they stop while 262 bytes
+ * remain, under the other flush values they parse everything; a call ends on a record boundary
+ * and keeps nothing but the tables.
+ *   Fast: the greedy parse. LZ77: the lazy parse (the longer of the matches at a position and
+ *   the next wins). Slow: lazy over two positions ahead with deeper searches; pWork is a scratch
+ *   area of ZEM_DEFLATE_SLOW_WORK_SIZE bytes.
+ * Statuses: zemStatusNullPtr (any pointer argument, then *ppSrc), zemStatusSize (winSize or
+ * hashSize as in zemsDeflateUpdateHash_8u, *pDstLen 0, pWindow after *ppSrc), zemStatusBadArg
+ * (comprLevel outside 1..9, flush outside 0..3), zemStatusOk (everything that may be parsed was),
+ * zemStatusDstTooSmall (the record room ran out first; *ppSrc, *pSrcLen, *pSrcIdx name the
+ * first byte not parsed). */
+ZEM_API zemStatus zemsDeflateLZ77Fast_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                         const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                         uint32_t* pHashPrev, uint32_t hashSize, uint8_t* pLitLen, uint16_t* pDist,
+                                         uint32_t* pDstLen, uint32_t* pLitFreq, uint32_t* pDistFreq,
+                                         int32_t comprLevel, int32_t flush);
+ZEM_API zemStatus zemsDeflateLZ77_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                     const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                     uint32_t* pHashPrev, uint32_t hashSize, uint8_t* pLitLen, uint16_t* pDist,
+                                     uint32_t* pDstLen, uint32_t* pLitFreq, uint32_t* pDistFreq, int32_t comprLevel,
+                                     int32_t flush);
+ZEM_API zemStatus zemsDeflateLZ77Slow_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                         const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                         uint32_t* pHashPrev, uint32_t hashSize, uint8_t* pLitLen, uint16_t* pDist,
+                                         uint32_t* pDstLen, uint32_t* pLitFreq, uint32_t* pDistFreq,
+                                         int32_t comprLevel, int32_t flush, uint8_t* pWork);
+
+/* Builds length-limited (15 bits) canonical Huffman codes, bit-reversed, from symbol counts:
+ * pLitStat[286] and pDistStat[30] (the caller counts the end-of-block symbol). The symbols with a
+ * nonzero count get codes, the others length 0; each code gets at least two symbols (the lowest
+ * unused ones are added), so every decoder accepts the tables. A caller who needs every symbol
+ * coded adds one to each count first.
+ * Statuses: zemStatusNullPtr (any pointer), zemStatusOk. */
+ZEM_API zemStatus zemsDeflateLZ77FastestGenHuffTable_8u(const uint32_t* pLitStat, const uint32_t* pDistStat,
+                                                        zemDeflateHuffCode* pLitCodes,
+                                                        zemDeflateHuffCode* pDistCodes);
+
+/* Writes the dynamic block header that follows BFINAL and BTYPE for the code lengths of
+ * pLitCodes[286] and pDistCodes[30]: HLIT, HDIST, HCLEN, the code-length code and the lengths in
+ * its run-length form, least significant bit first. *pDstLen: room in, bytes written out (the
+ * last one zero-padded); *pDstBits: the header's exact length in bits (at most 2,400, so 300
+ * bytes always suffice).
+ * Statuses: zemStatusNullPtr (any pointer), zemStatusBadArg (a code length above 15),
+ * zemStatusOk, zemStatusDstTooSmall (the header does not fit; nothing is written). */
+ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* pLitCodes,
+                                                     const zemDeflateHuffCode* pDistCodes, uint8_t* pDstHeader,
+                                                     uint32_t* pDstLen, uint32_t* pDstBits);
+
 /* ------------------------------------------------------------------------------------------- */
 /* Block sorting (bzip2)                                                                       */
 /* ------------------------------------------------------------------------------------------- */

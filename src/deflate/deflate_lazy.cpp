@@ -1,0 +1,102 @@
+// The lazy parses: a match found at a position is held back while the next position (LZ77) or
+// one of the next two (Slow) starts a longer one.
+#include "deflate/deflate_match.h"
+
+namespace zem::deflate {
+
+namespace {
+
+// Levels 1..9 of each parse: {chain, nice, lazy, good, insert (unused: every position goes in)}.
+constexpr Effort kLazy[10] = {
+    {0, 0, 0, 0, 0},        {4, 16, 4, 4, 0},       {8, 16, 6, 4, 0},       {16, 32, 8, 6, 0},
+    {16, 32, 12, 8, 0},     {24, 48, 16, 8, 0},     {40, 80, 24, 10, 0},    {64, 128, 32, 16, 0},
+    {128, 258, 64, 32, 0},  {256, 258, 128, 32, 0}};
+constexpr Effort kSlow[10] = {
+    {0, 0, 0, 0, 0},        {16, 32, 16, 8, 0},     {24, 48, 24, 8, 0},     {32, 64, 32, 16, 0},
+    {48, 96, 48, 16, 0},    {64, 128, 64, 16, 0},   {96, 160, 96, 32, 0},   {128, 192, 128, 32, 0},
+    {512, 258, 258, 64, 0}, {2048, 258, 258, 258, 0}};
+
+// Ahead is how many positions after a match's start may take its place.
+template <int Ahead>
+zemStatus parse(const FinderArgs& a, const Effort& e) {
+    Frame f(a);
+    Chains& ch = f.chains;
+    const uint8_t* p = f.src;
+    Match cur{0, 0};
+    bool held = false;  // cur was found at p by a look-ahead
+    zemStatus st = zemStatusOk;
+    while (p < f.stop) {
+        if (f.out.full()) {
+            st = zemStatusDstTooSmall;
+            break;
+        }
+        if (!held) {
+            if (!ch.hashable(p)) {
+                f.out.literal(*p++);
+                continue;
+            }
+            cur = ch.find(p, ch.take(p), kMinMatch, e.chain, e.nice);
+        }
+        held = false;
+        if (cur.dist == 0) {
+            f.out.literal(*p++);
+            continue;
+        }
+        if (cur.len < e.lazy) {
+            const uint32_t depth = cur.len >= e.good ? e.chain >> 2 : e.chain;
+            if (ch.hashable(p + 1)) {
+                const Match next = ch.find(p + 1, ch.take(p + 1), cur.len, depth, e.nice);
+                if (next.dist) {
+                    f.out.literal(*p++);
+                    cur = next;
+                    held = true;
+                    continue;
+                }
+            }
+            // Two positions on, a match must be two bytes longer to pay for its two literals.
+            if (Ahead == 2 && ch.hashable(p + 2) && f.out.n + 2 <= f.out.cap) {
+                const Match next = ch.find(p + 2, ch.take(p + 2), cur.len + 1, depth, e.nice);
+                if (next.dist) {
+                    f.out.literal(p[0]);
+                    f.out.literal(p[1]);
+                    p += 2;
+                    cur = next;
+                    held = true;
+                    continue;
+                }
+            }
+        }
+        f.out.match(cur.len, cur.dist);
+        ch.enter_to(p + cur.len);
+        p += cur.len;
+    }
+    return f.finish(a, p, st);
+}
+
+}  // namespace
+
+}  // namespace zem::deflate
+
+using zem::deflate::FinderArgs;
+
+ZEM_API zemStatus zemsDeflateLZ77_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                     const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                     uint32_t* pHashPrev, uint32_t hashSize, uint8_t* pLitLen, uint16_t* pDist,
+                                     uint32_t* pDstLen, uint32_t* pLitFreq, uint32_t* pDistFreq, int32_t comprLevel,
+                                     int32_t flush) {
+    const FinderArgs a{ppSrc,   pSrcLen, pSrcIdx, pWindow,  winSize,   pHashHead,  pHashPrev, hashSize,
+                       pLitLen, pDist,   pDstLen, pLitFreq, pDistFreq, comprLevel, flush};
+    if (zemStatus st = a.check(); st != zemStatusOk) return st;
+    return zem::deflate::parse<1>(a, zem::deflate::kLazy[comprLevel]);
+}
+
+ZEM_API zemStatus zemsDeflateLZ77Slow_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                         const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                         uint32_t* pHashPrev, uint32_t hashSize, uint8_t* pLitLen, uint16_t* pDist,
+                                         uint32_t* pDstLen, uint32_t* pLitFreq, uint32_t* pDistFreq,
+                                         int32_t comprLevel, int32_t flush, uint8_t* pWork) {
+    const FinderArgs a{ppSrc,   pSrcLen, pSrcIdx, pWindow,  winSize,   pHashHead,  pHashPrev, hashSize,
+                       pLitLen, pDist,   pDstLen, pLitFreq, pDistFreq, comprLevel, flush, pWork};
+    if (zemStatus st = a.check(true); st != zemStatusOk) return st;
+    return zem::deflate::parse<2>(a, zem::deflate::kSlow[comprLevel]);
+}
