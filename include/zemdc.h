@@ -521,6 +521,61 @@ ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* p
 /* LZSS                                                                                        */
 /* ------------------------------------------------------------------------------------------- */
 
+/* A streaming LZSS codec over a 32 KiB window. The stream is a sequence of MSB-first tokens with
+ * no header and no end marker: a literal is a 1 bit and the byte (9 bits); a match is a 0 bit,
+ * the distance back (15 bits, 1..32767) and the length - 3 (8 bits: lengths 3..258). Flush pads
+ * the last byte with zero bits. Worst case: 9 bits per input byte, so ZEM_LZSS_BOUND(n) bytes
+ * hold n input bytes however they are split into calls (flush included). See docs/lzss.md. */
+#define ZEM_LZSS_BOUND(srcLen) ((srcLen) + ((srcLen) + 7) / 8)
+
+/* The state of one LZSS stream, encoder or decoder: an opaque record of the size that
+ * zemsLZSSGetSize_8u reports (327744 bytes), any alignment, allocated by the caller. It holds
+ * the history, so that matches reach back into earlier calls, and no pointer. */
+typedef struct zemLZSSState_8u zemLZSSState_8u;
+
+/* Stores the size of a zemLZSSState_8u, 327744 (0x50040) bytes, in *pLZSSStateSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsLZSSGetSize_8u(int32_t* pLZSSStateSize);
+
+/* Prepares a state for a new encoded stream (empty history, no pending bits).
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZSSInit_8u(zemLZSSState_8u* pLZSSState);
+
+/* Encodes the *pSrcLen bytes at *ppSrc, continuing the stream of pLZSSState, into the *pDstLen
+ * bytes at *ppDst; both pointers advance and both lengths decrease by what was consumed and
+ * written. The last two bytes of every call are coded as literals, so the same data split into
+ * other calls gives other (equally valid) bytes. Bits short of a whole byte stay in the state
+ * until the next call or zemsEncodeLZSSFlush_8u. Bytes of the output past those written may be
+ * overwritten. Statuses: zemStatusNullPtr (any argument, then *ppSrc, then *ppDst);
+ * zemStatusDstTooSmall at once for *pDstLen <= 0; zemStatusOk at once for *pSrcLen <= 0;
+ * zemStatusDstTooSmall when the output filled first (the rest of the input is left, call again
+ * with fresh output); zemStatusOk. Never zemStatusSize. */
+ZEM_API zemStatus zemsEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst, int32_t* pDstLen,
+                                    zemLZSSState_8u* pLZSSState);
+
+/* Writes the pending bits of the stream as whole bytes, the last padded with zero bits, and
+ * advances *ppDst and decreases *pDstLen by their number (0 to 4). The history is kept; a new
+ * stream needs zemsEncodeLZSSInit_8u. Statuses: zemStatusNullPtr (any argument, then *ppDst),
+ * zemStatusSize (*pDstLen < 1), zemStatusDstTooSmall (bits are left: call again),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, zemLZSSState_8u* pLZSSState);
+
+/* Prepares a state for decoding a new stream (empty bit buffer, history and cut match).
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsDecodeLZSSInit_8u(zemLZSSState_8u* pLZSSState);
+
+/* Decodes the *pSrcLen bytes at *ppSrc, continuing the stream of pLZSSState, into the *pDstLen
+ * bytes at *ppDst; pointers and lengths advance as for the encoder. Input and output may be
+ * split anywhere: an incomplete token at the end of the input waits in the state, and a match
+ * cut by a full output is finished by the next call. Distances are not validated: one beyond
+ * the output so far reads the zeroed history, and a distance of 0 reads as 32768. Nothing is
+ * read or written outside the two buffers, whatever the input.
+ * Statuses: zemStatusNullPtr (any argument, then *ppSrc, then *ppDst), zemStatusSize
+ * (*pDstLen < 1; the source length is not checked), zemStatusDstTooSmall (output full: call
+ * again with fresh output), zemStatusOk (the input is used up). */
+ZEM_API zemStatus zemsDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst, int32_t* pDstLen,
+                                    zemLZSSState_8u* pLZSSState);
+
 #ifdef __cplusplus
 }
 #endif

@@ -32,5 +32,7 @@ ZEM_INLINE void store64(void* p, uint64_t v) { memcpy(p, &v, 8); }
 // Big-endian forms, for formats that store their fields most significant byte first.
 ZEM_INLINE uint32_t load32_be(const void* p) { return __builtin_bswap32(load32(p)); }
 ZEM_INLINE void store32_be(void* p, uint32_t v) { store32(p, __builtin_bswap32(v)); }
+ZEM_INLINE uint64_t load64_be(const void* p) { return __builtin_bswap64(load64(p)); }
+ZEM_INLINE void store64_be(void* p, uint64_t v) { store64(p, __builtin_bswap64(v)); }
 
 }  // namespace zem
