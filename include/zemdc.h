@@ -517,6 +517,64 @@ ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* p
 /* LZO                                                                                         */
 /* ------------------------------------------------------------------------------------------- */
 
+/* LZO1X streams, interchangeable with liblzo2's lzo1x_* functions in both directions. A stream
+ * holds no length: the decoder is told its capacity, and the stream closes with an end marker.
+ * See docs/lzo.md for the format, the segmented method and examples. */
+
+/* Worst-case stream size for srcLen input bytes: the encoder refuses a smaller capacity. */
+#define ZEM_LZO_BOUND(srcLen) ((srcLen) + (srcLen) / 255 + 16)
+
+/* The segment size of zemLZOSegmented: no match crosses a multiple of it (counted from the
+ * input's start). */
+#define ZEM_LZO_SEGMENT_SIZE 262144
+
+typedef enum zemLZOMethod {
+    zemLZOFast = 0,      /* the fastest parse: one probe per position, greedy */
+    zemLZOStrong = 1,    /* hash chains and a lazy choice: smaller output, slower */
+    zemLZOSegmented = 2  /* zemLZOStrong within independent segments of ZEM_LZO_SEGMENT_SIZE bytes */
+} zemLZOMethod;
+
+/* The encoder's state: opaque, of the size that zemsEncodeLZOGetSize reports, prepared by
+ * zemsEncodeLZOInit_8u and reusable for any number of calls (one call at a time). */
+typedef struct zemLZOState_8u zemLZOState_8u;
+
+/* Stores in *pSize the bytes of the state of a method for inputs of up to maxInputLen bytes
+ * (65,552 for zemLZOFast, 393,232 for the others).
+ * Statuses: zemStatusNullPtr, zemStatusSize (maxInputLen above 0x7F000000), zemStatusBadArg (an
+ * unknown method), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZOGetSize(zemLZOMethod method, uint32_t maxInputLen, uint32_t* pSize);
+
+/* Prepares *pState for a method and inputs of up to maxInputLen bytes.
+ * Statuses: zemStatusNullPtr, zemStatusSize (maxInputLen above 0x7F000000), zemStatusBadArg,
+ * zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZOInit_8u(zemLZOMethod method, uint32_t maxInputLen, zemLZOState_8u* pState);
+
+/* Encodes srcLen bytes at pSrc as one whole LZO1X stream (end marker included; an empty input
+ * gives the 3-byte empty stream) at pDst. *pDstLen: capacity in, at least
+ * ZEM_LZO_BOUND(srcLen); stream size out. The output depends only on the input and the method.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pDstLen, pState), zemStatusContextMismatch (pState was
+ * not prepared by zemsEncodeLZOInit_8u), zemStatusSize (srcLen above the state's maxInputLen, or
+ * a capacity below ZEM_LZO_BOUND(srcLen); nothing is written), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst, uint32_t* pDstLen,
+                                   zemLZOState_8u* pState);
+
+/* Decodes the LZO1X stream at pSrc (srcLen bytes; bytes after its end marker are ignored) into
+ * pDst; *pDstLen: capacity in, bytes produced out. For trusted input only: the stream must be
+ * valid and its output must fit, nothing of either is checked (it never writes past the
+ * capacity for such a stream). Statuses: zemStatusNullPtr, zemStatusSize (srcLen or capacity
+ * 0), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst, uint32_t* pDstLen);
+
+/* As zemsDecodeLZO_8u, with every bound checked: no input makes it read or write outside the
+ * two buffers. Statuses: zemStatusNullPtr, zemStatusSize (srcLen or capacity 0), zemStatusError
+ * (a match reaches before pDst or the stream is malformed; *pDstLen is not written),
+ * zemStatusSrcTooShort (the input ends inside the stream), zemStatusDstTooSmall (the output is
+ * full before the end marker), zemStatusOk (end marker reached). With both warnings *pDstLen
+ * holds the bytes produced, which are correct output: call again with the whole stream and more
+ * room. */
+ZEM_API zemStatus zemsDecodeLZOSafe_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
+                                       uint32_t* pDstLen);
+
 /* ------------------------------------------------------------------------------------------- */
 /* LZSS                                                                                        */
 /* ------------------------------------------------------------------------------------------- */
