@@ -509,9 +509,159 @@ ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* p
 /* Block sorting (bzip2)                                                                       */
 /* ------------------------------------------------------------------------------------------- */
 
+/* The stages of a bzip2-compatible block compressor, each usable on its own; docs/blocksort.md
+ * shows the pipeline in both directions. Compression: run-length coding (zemsEncodeRLE_BZ2_8u),
+ * block sort, dictionary reduction, move-to-front, zero-run coding, Huffman coding. Decompression
+ * runs the inverses in reverse order, or zemsDecodeBlock_BZ2_16u8u for the middle three at once. */
+
+/* The run-length state, 264 bytes (zemsRLEGetSize_BZ2_8u), opaque; one record serves either
+ * direction, prepared by the Init of the direction it is used in. */
+typedef struct zemRLEState_BZ2 zemRLEState_BZ2;
+
+/* Stores the size of a zemRLEState_BZ2, 264 bytes, in *pSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsRLEGetSize_BZ2_8u(int32_t* pSize);
+
+/* Prepares *pState for encoding: empty in-use table, no previous byte, no open run.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsEncodeRLEInit_BZ2_8u(zemRLEState_BZ2* pState);
+
+/* The first run-length coding of bzip2: a run of 4..259 equal bytes b becomes b b b b and a count
+ * byte (run length - 4); longer runs are cut after 259 bytes. Consumes *pSrcLen bytes at *ppSrc
+ * (both advanced by what was consumed) into pDst; *pDstLen: capacity in, bytes written out. A run
+ * may span calls: its count byte is written when a different byte follows, when it reaches 259,
+ * or by zemsEncodeRLEFlush_BZ2_8u. Every value written (literals and counts) is marked in the
+ * state's in-use table.
+ * Statuses: zemStatusNullPtr (ppSrc, pDst, pSrcLen, pDstLen, then *ppSrc, pState), zemStatusSize
+ * (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (output full with input left: call again
+ * with fresh output), zemStatusOk (all input consumed). */
+ZEM_API zemStatus zemsEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst, int32_t* pDstLen,
+                                       zemRLEState_BZ2* pState);
+
+/* Ends a block: writes the count byte of an open run of four or more (one byte) and closes it;
+ * otherwise writes nothing. *pDstLen: capacity in, bytes written (0 or 1) out. The previous byte
+ * is kept. Statuses: zemStatusNullPtr, zemStatusSize (*pDstLen < 1), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, zemRLEState_BZ2* pState);
+
+/* Copies the encoder's 256-entry in-use table (1 for every byte value written since Init, else 0)
+ * to pInUse; the two may overlap. Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsRLEGetInUseTable_8u(uint8_t* pInUse, const zemRLEState_BZ2* pState);
+
+/* Prepares *pState for decoding: nothing owed, no run under way.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsDecodeRLEStateInit_BZ2_8u(zemRLEState_BZ2* pState);
+
+/* Undoes zemsEncodeRLE_BZ2_8u: copies bytes, and after four equal ones reads the next byte as a
+ * count of further copies. Both pointers are advanced and both lengths decreased by what was
+ * consumed and produced. Any split of the input and output gives the same bytes as one call:
+ * the state carries a run header cut by the end of the input and the copies that did not fit.
+ * Statuses: zemStatusNullPtr (ppSrc, pSrcLen, ppDst, pDstLen, then *ppSrc, *ppDst, pState),
+ * zemStatusSize (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (the output filled first,
+ * or copies are still owed: call again, or zemsDecodeRLEStateFlush_BZ2_8u once the input is
+ * used up), zemStatusOk (all input consumed, nothing owed). */
+ZEM_API zemStatus zemsDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+                                            int32_t* pDstLen, zemRLEState_BZ2* pState);
+
+/* Writes the copies still owed at the end of the input, advancing *ppDst and decreasing
+ * *pDstLen. No length check: a zero capacity with copies owed gives zemStatusDstTooSmall.
+ * Statuses: zemStatusNullPtr (pState, ppDst, pDstLen, then *ppDst), zemStatusDstTooSmall (only
+ * *pDstLen copies fitted; call again), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeRLEStateFlush_BZ2_8u(zemRLEState_BZ2* pState, uint8_t** ppDst, int32_t* pDstLen);
+
+/* Dictionary reduction: renumbers the byte values in use densely. pInUse is a 256-entry table of
+ * 0 and 1 (as zemsRLEGetInUseTable_8u gives); each of the len bytes at pSrcDst, x, becomes the
+ * number of values in use below x, and *pSizeDictionary receives the number of values in use.
+ * Statuses: zemStatusNullPtr (pInUse, pSrcDst, pSizeDictionary), zemStatusSize (len < 1),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsReduceDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int32_t len,
+                                            uint32_t* pSizeDictionary);
+
+/* Dictionary expansion, the inverse: each byte k becomes the k-th value in use (from 0). A byte
+ * at or beyond sizeDictionary becomes an unspecified byte value.
+ * Statuses: zemStatusNullPtr (pInUse, pSrcDst), zemStatusSize (len < 1 or sizeDictionary < 1),
+ * zemStatusError (sizeDictionary differs from the number of values in use; the buffer is not
+ * touched), zemStatusOk. */
+ZEM_API zemStatus zemsExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int32_t len,
+                                            int32_t sizeDictionary);
+
+/* The move-to-front list, 256 bytes (zemsMTFGetSize_8u), opaque; kept by the caller between calls
+ * so that a block may be coded in pieces. */
+typedef struct zemMTFState_8u zemMTFState_8u;
+
+/* Stores the size of a zemMTFState_8u, 256 bytes, in *pSize.
+ * Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsMTFGetSize_8u(int32_t* pSize);
+
+/* Sets the list to the order 0, 1, ..., 255. Statuses: zemStatusNullPtr, zemStatusOk. */
+ZEM_API zemStatus zemsMTFInit_8u(zemMTFState_8u* pState);
+
+/* Move-to-front coding: each of the len bytes at pSrc is written to pDst as its position in the
+ * list, and then moved to the front. pSrc and pDst may be the same buffer.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pState), zemStatusSize (len < 1), zemStatusOk. */
+ZEM_API zemStatus zemsMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, zemMTFState_8u* pState);
+
+/* Move-to-front decoding: each position at pSrc is written to pDst as the byte at that position
+ * of the list, which is then moved to the front. pSrc and pDst may be the same buffer.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pState), zemStatusSize (len < 1), zemStatusOk. */
+ZEM_API zemStatus zemsMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, zemMTFState_8u* pState);
+
+/* Zero-run coding of move-to-front positions into the 16-bit symbols of a bzip2 block: a run of
+ * z zeros becomes the bijective base-2 digits of z, least significant first (0 = RUNA for digit
+ * 1, 1 = RUNB for digit 2), and a position m of 1..255 the symbol m + 1. pFreq (at least 257
+ * counters, symbols 0..256) is added to, one for every symbol written, and never cleared; the
+ * end-of-block symbol is the caller's. *ppSrc and *pSrcLen: the positions, advanced by what was
+ * consumed; *pDstLen: capacity in symbols in, symbols written out. A run of zeros is not carried
+ * from one call to the next: pass whole blocks, or split them only before a nonzero position.
+ * When the output fills, a run is coded only as far as the remaining places hold (at most
+ * 2^(k+1) - 2 zeros in k places) and the rest of it stays unconsumed.
+ * Statuses: zemStatusNullPtr (ppSrc, pDst, pSrcLen, pDstLen, then *ppSrc, pFreq), zemStatusSize
+ * (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (input left), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint16_t* pDst,
+                                           int32_t* pDstLen, uint32_t* pFreq);
+
+/* Zero-run decoding: a symbol s >= 2 becomes the byte s - 1; a sequence of 0/1 symbols is read
+ * as one run of zeros. A run that does not fit the remaining output is not consumed (the input
+ * stays at its first digit). *ppSrc and *pSrcLen advanced by the symbols consumed; *pDstLen: capacity
+ * in, bytes written out.
+ * Statuses: zemStatusNullPtr (ppSrc, pSrcLen, pDst, pDstLen, then *ppSrc), zemStatusSize
+ * (*pSrcLen < 1, then *pDstLen < 1), zemStatusDstTooSmall (input left), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
+                                           int32_t* pDstLen);
+
 /* ------------------------------------------------------------------------------------------- */
 /* Block sorting (bzip2): compression                                                          */
 /* ------------------------------------------------------------------------------------------- */
+
+/* The forward block sort of a bzip2-compatible compressor: pDst receives the last column of the
+ * sorted rotations of the len bytes at pSrc and *pIndex the row of the unrotated block, exactly
+ * what zemsBWTInv_8u inverts. Where several rows hold the unrotated block (a periodic block),
+ * *pIndex is the smallest of them. pSrc and pDst must not overlap.
+ *
+ * The hint picks the sort: zemBWTSortBucket sorts rotations by radix buckets and an 8-byte-key
+ * quicksort and hands the block to the suffix sort when its work grows past a fixed multiple of
+ * the block; zemBWTSortSuffix uses a linear-time induced suffix sort; zemBWTSortAuto (and
+ * zemsBWTFwd_8u) picks the faster of the two for the block (today always the suffix sort). Every
+ * hint gives the same output and none goes quadratic: a periodic block is reduced to one period
+ * before any sort.
+ *
+ * The work buffer is sized by the size queries for blocks up to wndSize bytes (any alignment);
+ * passing a longer block than the buffer was sized for breaks the contract. */
+typedef enum zemBWTSort { zemBWTSortAuto = 0, zemBWTSortBucket = 1, zemBWTSortSuffix = 2 } zemBWTSort;
+
+/* Statuses: zemStatusNullPtr (pSize null), zemStatusSize (wndSize < 1, or so large that the size
+ * does not fit in int32_t), zemStatusOk. */
+ZEM_API zemStatus zemsBWTFwdGetSize_8u(int32_t wndSize, int32_t* pSize);
+/* Statuses: zemStatusNullPtr (pSrc, pDst, pIndex, then pBuf null), zemStatusSize (len < 1),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
+                                uint8_t* pBuf);
+/* Statuses: zemStatusNullPtr (pSize null), zemStatusSize (wndSize 0 or above 0x0FFFFFFF),
+ * zemStatusBadArg (hint not one of zemBWTSort), zemStatusOk. Every hint needs the same size. */
+ZEM_API zemStatus zemsBWTFwdGetBufSize_SelectSort_8u(uint32_t wndSize, uint32_t* pSize, zemBWTSort hint);
+/* Statuses: zemStatusNullPtr (pSrc, pDst, pIndex, then pBuf null), zemStatusSize (len 0 or above
+ * 0x0FFFFFFF), zemStatusBadArg (hint not one of zemBWTSort), zemStatusOk. */
+ZEM_API zemStatus zemsBWTFwd_SelectSort_8u(const uint8_t* pSrc, uint8_t* pDst, uint32_t len,
+                                           uint32_t* pIndex, uint8_t* pBuf, zemBWTSort hint);
 
 /* ------------------------------------------------------------------------------------------- */
 /* LZO                                                                                         */
