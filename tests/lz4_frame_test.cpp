@@ -1,0 +1,223 @@
+// The LZ4 frame layer: our frames through liblz4's frame decoder and liblz4's frames through
+// ours, for every block size, link mode and checksum option; input and output in odd pieces;
+// damaged and cut frames.
+#include <gtest/gtest.h>
+#include <lz4frame.h>
+
+#include "lz4_frame.h"
+#include "test_util.h"
+
+using namespace zem::stream;
+
+namespace {
+
+// Runs the writer with input and output handed over in pieces of up to `piece` bytes.
+std::vector<uint8_t> write_frame(const Lz4FrameOptions& opt, const std::vector<uint8_t>& data, size_t piece) {
+    Lz4FrameWriter w(opt);
+    std::vector<uint8_t> out(Lz4FrameWriter::bound(opt, data.size()));
+    uint8_t* q = out.data();
+    const uint8_t* p = data.data();
+    size_t left = data.size();
+    while (left) {
+        size_t n = left < piece ? left : piece, room = piece;
+        w.write(p, n, q, room);
+        left -= (left < piece ? left : piece) - n;
+    }
+    for (Lz4FrameResult r = Lz4FrameResult::Ok; r == Lz4FrameResult::Ok;) {
+        size_t room = piece;
+        r = w.finish(q, room);
+        EXPECT_NE(r, Lz4FrameResult::BadData);
+        if (r == Lz4FrameResult::BadData) break;
+    }
+    EXPECT_LE(size_t(q - out.data()), out.size());
+    out.resize(size_t(q - out.data()));
+    return out;
+}
+
+struct ReadResult {
+    Lz4FrameResult last;
+    bool clean_end;
+    std::vector<uint8_t> data;
+};
+
+ReadResult read_frames(const std::vector<uint8_t>& frame, size_t piece) {
+    Lz4FrameReader r;
+    ReadResult res{Lz4FrameResult::Ok, false, {}};
+    uint8_t buf[4096];
+    const uint8_t* p = frame.data();
+    size_t left = frame.size();
+    for (int stall = 0; stall < 3;) {
+        size_t n = left < piece ? left : piece, give = n, room = piece < sizeof buf ? piece : sizeof buf;
+        uint8_t* q = buf;
+        res.last = r.run(p, n, q, room);
+        left -= give - n;
+        res.data.insert(res.data.end(), buf, q);
+        if (res.last != Lz4FrameResult::Ok && res.last != Lz4FrameResult::End) break;
+        stall = (give == n && q == buf) ? stall + 1 : 0;
+        if (res.last == Lz4FrameResult::End && !left) break;
+    }
+    res.clean_end = res.last == Lz4FrameResult::End && r.at_boundary() && !left;
+    return res;
+}
+
+std::vector<uint8_t> liblz4_decode(const std::vector<uint8_t>& frame, size_t expect) {
+    LZ4F_dctx* d = nullptr;
+    LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
+    std::vector<uint8_t> out(expect + 1);
+    size_t pos = 0, in_pos = 0, hint = 1;
+    while (in_pos < frame.size() && hint) {
+        size_t dst = out.size() - pos, src = frame.size() - in_pos;
+        hint = LZ4F_decompress(d, out.data() + pos, &dst, frame.data() + in_pos, &src, nullptr);
+        if (LZ4F_isError(hint)) {
+            ADD_FAILURE() << LZ4F_getErrorName(hint);
+            break;
+        }
+        pos += dst;
+        in_pos += src;
+    }
+    EXPECT_EQ(hint, 0u) << "frame not complete";
+    LZ4F_freeDecompressionContext(d);
+    out.resize(pos);
+    return out;
+}
+
+std::vector<uint8_t> liblz4_encode(const std::vector<uint8_t>& data, LZ4F_blockSizeID_t bs, bool linked,
+                                   bool checks, int level) {
+    LZ4F_preferences_t pr{};
+    pr.frameInfo.blockSizeID = bs;
+    pr.frameInfo.blockMode = linked ? LZ4F_blockLinked : LZ4F_blockIndependent;
+    pr.frameInfo.contentChecksumFlag = checks ? LZ4F_contentChecksumEnabled : LZ4F_noContentChecksum;
+    pr.frameInfo.blockChecksumFlag = checks ? LZ4F_blockChecksumEnabled : LZ4F_noBlockChecksum;
+    pr.frameInfo.contentSize = checks ? data.size() : 0;
+    pr.compressionLevel = level;
+    std::vector<uint8_t> out(LZ4F_compressFrameBound(data.size(), &pr));
+    size_t n = LZ4F_compressFrame(out.data(), out.size(), data.data(), data.size(), &pr);
+    EXPECT_FALSE(LZ4F_isError(n));
+    out.resize(n);
+    return out;
+}
+
+}  // namespace
+
+TEST(Xxh32, KnownValuesAndAnySplit) {
+    EXPECT_EQ(xxh32("", 0, 0), 0x02CC5D05u);
+    EXPECT_EQ(xxh32("abc", 3, 0), 0x32D153FFu);
+    auto data = zt::random_bytes(1000, 7);
+    uint32_t whole = xxh32(data.data(), data.size(), 0x9747b28c);
+    zt::Rng rng(3);
+    for (int round = 0; round < 20; ++round) {
+        Xxh32 h(0x9747b28c);
+        for (size_t pos = 0; pos < data.size();) {
+            size_t n = 1 + rng.below(40);
+            if (n > data.size() - pos) n = data.size() - pos;
+            h.update(data.data() + pos, n);
+            pos += n;
+        }
+        EXPECT_EQ(h.digest(), whole);
+    }
+}
+
+TEST(Lz4Frame, OurFramesDecodeWithLiblz4AndOurs) {
+    auto data = zt::compressible_bytes(700 * 1024, 11);
+    struct Case {
+        int level;
+        uint32_t block;
+        bool linked, block_check, content_check, size;
+        size_t piece;
+    } cases[] = {
+        {1, 64 << 10, false, false, true, false, 1 << 20},  {1, 64 << 10, true, true, false, true, 777},
+        {2, 256 << 10, true, false, true, false, 65536},    {4, 64 << 10, true, true, true, true, 5000},
+        {9, 1 << 20, false, false, false, false, 1 << 20},  {6, 4u << 20, false, true, true, true, 100000},
+        {6, 64 << 10, false, false, true, false, 33333},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "level " << c.level << " block " << c.block << " linked " << c.linked);
+        Lz4FrameOptions opt;
+        opt.level = c.level;
+        opt.block_size = c.block;
+        opt.linked = c.linked;
+        opt.block_checksum = c.block_check;
+        opt.content_checksum = c.content_check;
+        opt.content_size = c.size ? int64_t(data.size()) : -1;
+        auto frame = write_frame(opt, data, c.piece);
+        EXPECT_LT(frame.size(), data.size() / 2);
+        EXPECT_EQ(liblz4_decode(frame, data.size()), data);
+        auto back = read_frames(frame, 3001);
+        EXPECT_TRUE(back.clean_end);
+        EXPECT_EQ(back.data, data);
+    }
+    // Random data is stored block by block; an empty input is a frame with no blocks.
+    auto noise = zt::random_bytes(200000, 5);
+    for (const auto& d : {noise, std::vector<uint8_t>{}, std::vector<uint8_t>{42}}) {
+        Lz4FrameOptions opt;
+        opt.block_size = 64 << 10;
+        auto frame = write_frame(opt, d, 1 << 20);
+        EXPECT_LE(frame.size(), Lz4FrameWriter::bound(opt, d.size()));
+        EXPECT_EQ(liblz4_decode(frame, d.size()), d);
+        EXPECT_EQ(read_frames(frame, 1 << 20).data, d);
+    }
+    // A declared size that the input does not match is refused at the end.
+    Lz4FrameOptions opt;
+    opt.content_size = 5;
+    Lz4FrameWriter w(opt);
+    const uint8_t* p = data.data();
+    size_t n = 4, room = 1000;
+    std::vector<uint8_t> out(1000);
+    uint8_t* q = out.data();
+    w.write(p, n, q, room);
+    EXPECT_EQ(w.finish(q, room), Lz4FrameResult::BadData);
+}
+
+TEST(Lz4Frame, Liblz4FramesConcatenatedWithSkippableOnes) {
+    auto a = zt::compressible_bytes(300000, 21), b = zt::compressible_bytes(90000, 22);
+    std::vector<uint8_t> stream = liblz4_encode(a, LZ4F_max64KB, true, true, 9);
+    const uint8_t skippable[] = {0x5A, 0x2A, 0x4D, 0x18, 3, 0, 0, 0, 'x', 'y', 'z'};
+    stream.insert(stream.end(), skippable, skippable + sizeof skippable);
+    auto fb = liblz4_encode(b, LZ4F_max256KB, false, false, 1);
+    stream.insert(stream.end(), fb.begin(), fb.end());
+    auto expect = a;
+    expect.insert(expect.end(), b.begin(), b.end());
+    for (size_t piece : {size_t(1) << 20, size_t(4093), size_t(7)}) {
+        auto got = read_frames(stream, piece);
+        EXPECT_TRUE(got.clean_end);
+        EXPECT_EQ(got.data, expect);
+    }
+}
+
+TEST(Lz4Frame, DamagedAndCutFramesAreCaught) {
+    auto data = zt::compressible_bytes(150000, 31);
+    Lz4FrameOptions opt;
+    opt.block_size = 64 << 10;
+    opt.linked = true;
+    opt.block_checksum = true;
+    auto frame = write_frame(opt, data, 1 << 20);
+    // Every cut leaves the reader short of a frame's end.
+    for (size_t cut = 0; cut < frame.size(); cut += 1 + cut / 3) {
+        auto part = std::vector<uint8_t>(frame.begin(), frame.begin() + long(cut));
+        EXPECT_FALSE(read_frames(part, 1 << 20).clean_end) << cut;
+    }
+    // A flipped bit anywhere is caught by a check or the decoder, never decoded silently.
+    zt::Rng rng(9);
+    for (int i = 0; i < 300; ++i) {
+        auto bad = frame;
+        size_t pos = rng.below(uint32_t(bad.size()));
+        bad[pos] ^= uint8_t(1u << rng.below(8));
+        auto got = read_frames(bad, 1 << 16);
+        EXPECT_FALSE(got.clean_end && got.data != data) << pos;
+    }
+    // Decoding into an output that ends at a guard page, from random bytes after a valid header.
+    for (int i = 0; i < 200; ++i) {
+        auto junk = std::vector<uint8_t>(frame.begin(), frame.begin() + 7);
+        auto tail = zt::random_bytes(64 + rng.below(5000), 100 + i);
+        // Half of them with a plausible block size word, so the block decoder sees the junk.
+        if (i % 2) tail[0] = uint8_t(tail.size() - 8), tail[1] = tail[2] = tail[3] = 0;
+        junk.insert(junk.end(), tail.begin(), tail.end());
+        zt::GuardedBuffer out(300);
+        Lz4FrameReader r;
+        const uint8_t* p = junk.data();
+        size_t n = junk.size(), room = out.size();
+        uint8_t* q = out.data();
+        r.run(p, n, q, room);
+        EXPECT_LE(size_t(q - out.data()), out.size());
+    }
+}
