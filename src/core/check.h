@@ -36,9 +36,13 @@ template <class... P>
 #define ZEM_UNLIKELY(x) __builtin_expect(!!(x), 0)
 #define ZEM_INLINE inline __attribute__((always_inline))
 #define ZEM_NOINLINE __attribute__((noinline))
+// For helper lambdas in hot loops, which GCC does not always inline: the inflate fast loops
+// ran 10% slower without it.
+#define ZEM_LAMBDA_INLINE __attribute__((always_inline))
 #else
 #define ZEM_LIKELY(x) (x)
 #define ZEM_UNLIKELY(x) (x)
 #define ZEM_INLINE inline
 #define ZEM_NOINLINE
+#define ZEM_LAMBDA_INLINE
 #endif

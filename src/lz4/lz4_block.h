@@ -29,6 +29,10 @@ inline constexpr size_t kLastLiterals = 5;
 inline constexpr size_t kProbeMargin = 44;
 // Nibble value that announces extension bytes.
 inline constexpr size_t kRunMask = 15;
+// The last match of a block starts at least this many bytes before its end.
+inline constexpr size_t kLastMatchStart = 12;
+// How far past the literals wild_literals may write: one 32-byte block less a byte.
+inline constexpr size_t kWildOverrun = 31;
 
 // The hash of the five bytes at p: CRC-32C of the 32-bit word at p, started from the fifth
 // byte. One instruction of three cycles, and five bytes make fewer false candidates than the

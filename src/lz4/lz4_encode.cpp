@@ -78,7 +78,7 @@ ZEM_API zemStatus zemsEncodeLZ4Fast_8u(const uint8_t* src, int32_t srcLen, uint8
                                        uint8_t* pHashTable, int32_t acceleration) {
     if (acceleration == 1) return zemsEncodeLZ4_8u(src, srcLen, dst, pDstLen, pHashTable);
     if (zem::any_null(src, dst, pDstLen, pHashTable)) return zemStatusNullPtr;
-    if (srcLen < zem::lz4::kWideTableInput && zem::bad_len(srcLen)) return zemStatusSize;
+    if (zem::bad_len(srcLen)) return zemStatusSize;
     if (acceleration < 1) return zemStatusBadMode;
     // Short inputs spread their 13-bit hashes over the whole table.
     zem::MemZero(pHashTable, zem::lz4::kHashTableBytes);

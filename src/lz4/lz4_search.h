@@ -64,6 +64,23 @@ struct Schedule {
     unsigned shift;
 };
 
+// The stride grows by one every 2^kShift probes without a match (2^kShortShift with 16-bit
+// entries, whose inputs are short).
+inline constexpr unsigned kShift = 6;
+inline constexpr unsigned kShortShift = 4;
+// After a match: where it was short, the positions after it are probed one by one for a while
+// (matches cluster); the stride then starts at 2.
+inline constexpr size_t kShortMatch = 64;
+inline constexpr size_t kDenseAfterShort = 48;
+inline constexpr uint64_t kCounterAfterMatch = 2ull << kShift;
+// The accelerated schedule starts at the acceleration's stride, a little into it.
+constexpr Schedule accel_start(uint32_t accel) { return {0, (uint64_t(accel) << kShift) + 4, kShift}; }
+
+// Room a wide sequence needs besides its literals: the token, one extension byte beyond
+// nlit / 255, the offset and the wide copy's overrun, with a little to spare.
+inline constexpr size_t kWildSequenceRoom = 40;
+static_assert(kWildSequenceRoom >= 1 + 1 + 2 + kWildOverrun);
+
 }  // namespace search
 
 // `Accel`: the accelerated schedule (j.accel above 1), a parameter so that the default search
@@ -100,15 +117,16 @@ EncodeResult encode_block(const EncodeJob& j) {
 
         search::Schedule s;
         if constexpr (Accel) {
-            s = {0, 64 * uint64_t(accel) + 4, 6};
+            s = search::accel_start(accel);
         } else if constexpr (H != History::None) {
-            // The first 64 positions of the whole stream are probed one by one.
+            // The first 2^kShift positions of the whole stream are probed one by one.
+            constexpr uint32_t kDense = 1u << search::kShift;
             uint32_t first = src_pos + 1;
-            s = {first < 64 ? size_t(64 - first) : 0, 64, 6};
+            s = {first < kDense ? size_t(kDense - first) : 0, kDense, search::kShift};
         } else if constexpr (sizeof(Entry) == 4) {
-            s = {64, 64, 6};
+            s = {size_t(1) << search::kShift, uint64_t(1) << search::kShift, search::kShift};
         } else {
-            s = {16, 16, 4};
+            s = {size_t(1) << search::kShortShift, uint64_t(1) << search::kShortShift, search::kShortShift};
         }
 
         for (;;) {
@@ -230,14 +248,15 @@ EncodeResult encode_block(const EncodeJob& j) {
             // The unbounded encoders' worst-case output leaves the room for wide copies: a
             // sequence starts at least 44 bytes before the input's end, each of which the bound
             // still counts.
-            const bool wild = !Bounded || size_t(oend - op) >= nlit + nlit / 255 + 40;
+            const bool wild = !Bounded || size_t(oend - op) >= nlit + nlit / 255 + search::kWildSequenceRoom;
             op = write_sequence(op, anchor, nlit, pos - q, mlen, wild);
             ip = resume;
             anchor = ip;
             if constexpr (Accel)
-                s = {0, 64 * uint64_t(accel) + 4, 6};
+                s = search::accel_start(accel);
             else
-                s = {mlen < 64 ? size_t(48) : 0, 128, 6};
+                s = {mlen < search::kShortMatch ? search::kDenseAfterShort : 0, search::kCounterAfterMatch,
+                     search::kShift};
         }
     }
 last:
@@ -247,7 +266,7 @@ last:
         // A block cut short must still keep the format's end rules (at least 5 closing literals,
         // the last match starting at least 12 bytes before the end), or decoders report it as
         // cut. Taking back the last sequence frees at least 3 bytes for literals each time.
-        while (n < size_t(E - anchor) && nkept != 0 && (n < 5 || kept[(head - 1) & (kKept - 1)].mlen + n < 12)) {
+        while (n < size_t(E - anchor) && nkept != 0 && (n < kLastLiterals || kept[(head - 1) & (kKept - 1)].mlen + n < kLastMatchStart)) {
             const Emitted& e = kept[--head & (kKept - 1)];
             --nkept;
             op = e.op;

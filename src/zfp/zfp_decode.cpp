@@ -347,11 +347,11 @@ ZEM_INLINE void store_zeros(uint8_t* dst, ptrdiff_t step, ptrdiff_t plane) {
 // The header and planes of a coded block; `used` counts the plane bits against the budget.
 template <class R>
 ZEM_INLINE void decode_coded(R& rd, const Head& h, uint64_t plane[32], int& e, int& klow, int64_t& used) {
-    e = (int)rd.read(8);
+    e = (int)rd.read(kExponentBits);
     int64_t prec = (int64_t)e - 127 - h.minExp + 8;
     if (h.maxPrec < prec) prec = h.maxPrec;
     int kmin = prec >= 32 ? 0 : prec > 0 ? (int)(32 - prec) : 32;
-    int64_t budget = (int64_t)h.maxBits - 9;
+    int64_t budget = (int64_t)h.maxBits - kHeaderBits;
     int64_t bits = budget;
     klow = 32;
     if (bits > 0 && kmin <= 31) klow = decode_planes(rd, plane, kmin, bits);
@@ -422,7 +422,7 @@ zemStatus decode(void* state, float* dstf, int32_t step, int32_t planeStep) {
         } else {
             decode_coded(rd, h, plane, e, klow, used);
         }
-        int64_t pad = (int64_t)h.minBits - 9 - used;
+        int64_t pad = (int64_t)h.minBits - kHeaderBits - used;
         if (!rd.fail && pad > 0) ok = rd.skip((uint64_t)pad);
         if (!rd.fail && ok) {
             int32_t* seq = seq_scratch(state);

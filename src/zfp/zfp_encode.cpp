@@ -192,8 +192,8 @@ zemStatus encode(const float* src, int32_t step, int32_t planeStep, void* state)
     if (prec == 0 || emax == -127) {
         w.pad(h.minBits >= 2 ? (uint64_t)h.minBits : 1);
     } else {
-        w.put((2u * (unsigned)(emax + 127) + 1) & 511u, 9);  // non-finite input must not spill
-        int64_t budget = (int64_t)h.maxBits - 9;
+        w.put((2u * (unsigned)(emax + 127) + 1) & 511u, kHeaderBits);  // non-finite input must not spill
+        int64_t budget = (int64_t)h.maxBits - kHeaderBits;
         int64_t bits = budget;
         int kmin = prec >= 32 ? 0 : (int)(32 - prec);  // above 31 for a negative precision: no plane
         if (bits > 0 && kmin <= 31) {
@@ -204,7 +204,7 @@ zemStatus encode(const float* src, int32_t step, int32_t planeStep, void* state)
             bits = code_planes(w, plane, kmin, bits);
         }
         int64_t used = budget - bits;
-        int64_t pad = (int64_t)h.minBits - 9 - used;
+        int64_t pad = (int64_t)h.minBits - kHeaderBits - used;
         if (pad > 0) w.pad((uint64_t)pad);
     }
 

@@ -21,6 +21,9 @@ inline constexpr uint32_t kTag = 0x4B617398u;
 inline constexpr int32_t kStateSize = 576;
 inline constexpr int32_t kDefaultMaxBits = 4171;
 inline constexpr int32_t kDefaultMaxPrec = 64;
+// A coded block's header: one bit that says it is coded, and its biased 8-bit exponent.
+inline constexpr int32_t kExponentBits = 8;
+inline constexpr int32_t kHeaderBits = 1 + kExponentBits;
 // Far below any float exponent: the precision is then bounded by maxPrec alone.
 inline constexpr int32_t kNoMinExp = -10740;
 
