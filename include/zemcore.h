@@ -45,8 +45,8 @@ extern "C" {
 #define ZEM_FEATURE_AVX512F    0x00400000ULL
 #define ZEM_FEATURE_AVX512BW   0x00800000ULL
 #define ZEM_FEATURE_VPCLMULQDQ 0x01000000ULL /* carry-less multiplication of 256-bit registers; the
-                                               * CRC-32 kernels ask for it together with AVX2 and
-                                               * CLMUL: mask 0x01004800 */
+                                               * CRC-32 kernels ask for it together with AVX2,
+                                               * CLMUL and SSE4.2: mask 0x01004880 */
 #define ZEM_FEATURE_VAES       0x02000000ULL
 
 /* Stores into *pSize the size in bytes of the largest processor cache (the last-level cache as

@@ -28,9 +28,12 @@ namespace zem::crc {
 [[nodiscard]] uint32_t crc32c_slice4(uint32_t reg, const uint8_t* p, size_t n);
 [[nodiscard]] uint32_t crc32c_streams_clmul(uint32_t reg, const uint8_t* p, size_t n);
 [[nodiscard]] uint32_t crc32c_streams_table(uint32_t reg, const uint8_t* p, size_t n);
+[[nodiscard]] uint32_t crc32c_fold256(uint32_t reg, const uint8_t* p, size_t n);  // needs kWideFeatures
 
-// 256-bit carry-less multiplication, and the 128-bit form the reductions use.
-inline constexpr uint64_t kWideFeatures = ZEM_FEATURE_VPCLMULQDQ | ZEM_FEATURE_AVX2 | ZEM_FEATURE_CLMUL;
+// 256-bit carry-less multiplication, the 128-bit form the reductions use and the CRC32
+// instruction that finishes CRC-32C.
+inline constexpr uint64_t kWideFeatures =
+    ZEM_FEATURE_VPCLMULQDQ | ZEM_FEATURE_AVX2 | ZEM_FEATURE_CLMUL | ZEM_FEATURE_SSE42;
 
 using Kernel = uint32_t (*)(uint32_t, const uint8_t*, size_t);
 
@@ -50,6 +53,7 @@ ZEM_INLINE Kernel bz2_kernel(Has has) {
 
 template <class Has>
 ZEM_INLINE Kernel crc32c_kernel(Has has) {
+    if (has(kWideFeatures)) return crc32c_fold256;
     if (has(ZEM_FEATURE_CLMUL)) return crc32c_streams_clmul;
     return has(ZEM_FEATURE_SSE42) ? crc32c_streams_table : crc32c_slice4;
 }

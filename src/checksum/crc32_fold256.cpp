@@ -13,7 +13,7 @@
 #include "checksum/crc32.h"
 #include "checksum/crc32_fold.h"
 
-#define ZEM_WIDE __attribute__((target("avx2,pclmul,vpclmulqdq")))
+#define ZEM_WIDE __attribute__((target("avx2,pclmul,vpclmulqdq,sse4.2")))
 
 namespace zem::crc {
 
@@ -58,11 +58,18 @@ ZEM_WIDE ZEM_INLINE __m256i block2(const uint8_t* p) {
     return order2<V>(load256(p));
 }
 
-// r is the register in the form the tables use; it is XORed onto the first four data bytes, so
-// the folding itself starts from zero, as in the narrower path.
+// The finished checksum to the register form the tables use, and back: the change is its own
+// inverse.
 template <class V>
-ZEM_WIDE uint32_t wide_run(uint32_t r, const uint8_t* p, size_t n) {
-    if (n < 16) return slice8_run(V::tables, r, p, n);
+ZEM_INLINE uint32_t other_form(uint32_t crc) {
+    return V::msb ? bswap32(~crc) : ~crc;
+}
+
+// n >= 16 bytes folded to one 128-bit block, leaving fewer than 16 behind. The register r is
+// XORed onto the first four data bytes, so the folding itself starts from zero, as in the
+// narrower path.
+template <class V>
+ZEM_WIDE ZEM_INLINE __m128i fold_to_128(uint32_t r, const uint8_t*& p, size_t& n) {
     const __m128i k128 = pair(V::k128);
     __m128i x;
     if (n >= 32) {
@@ -100,15 +107,39 @@ ZEM_WIDE uint32_t wide_run(uint32_t r, const uint8_t* p, size_t n) {
         p += 16;
         n -= 16;
     }
-    return slice8_run(V::tables, barrett<V>(reduce64<V>(x)), p, n);
+    return x;
+}
+
+// Takes and returns the finished checksum, so that the exported kernels are a jump here.
+template <class V>
+ZEM_WIDE uint32_t wide_run(uint32_t crc, const uint8_t* p, size_t n) {
+    const uint32_t r = other_form<V>(crc);
+    if (n < 16) return other_form<V>(slice8_run(V::tables, r, p, n));
+    const __m128i x = fold_to_128<V>(r, p, n);
+    return other_form<V>(slice8_run(V::tables, barrett<V>(reduce64<V>(x)), p, n));
+}
+
+// CRC-32C: the CRC32 instruction is this polynomial's own reduction, so the folded block is
+// finished by two of them from zero, and the tail by more.
+struct Castagnoli {
+    static constexpr bool msb = false;
+    static constexpr FoldPair k256 = fold_pair_r(256, kPolyCrc32CR), k128 = fold_pair_r(128, kPolyCrc32CR);
+    static constexpr FoldPair pair(unsigned d) { return fold_pair_r(d, kPolyCrc32CR); }
+};
+
+ZEM_WIDE uint32_t castagnoli_run(uint32_t reg, const uint8_t* p, size_t n) {
+    if (n < 16) return crc32c_instr_run(reg, p, n);
+    const __m128i x = fold_to_128<Castagnoli>(reg, p, n);
+    const uint64_t c = _mm_crc32_u64(_mm_crc32_u64(0, (uint64_t)_mm_cvtsi128_si64(x)), (uint64_t)_mm_extract_epi64(x, 1));
+    return crc32c_instr_run(c, p, n);
 }
 
 }  // namespace
 
-uint32_t crc32_fold256(uint32_t crc, const uint8_t* p, size_t n) { return ~wide_run<Reflected>(~crc, p, n); }
+uint32_t crc32_fold256(uint32_t crc, const uint8_t* p, size_t n) { return wide_run<Reflected>(crc, p, n); }
 
-uint32_t bz2_fold256(uint32_t crc, const uint8_t* p, size_t n) {
-    return bswap32(~wide_run<MsbFirst>(bswap32(~crc), p, n));
-}
+uint32_t bz2_fold256(uint32_t crc, const uint8_t* p, size_t n) { return wide_run<MsbFirst>(crc, p, n); }
+
+uint32_t crc32c_fold256(uint32_t reg, const uint8_t* p, size_t n) { return castagnoli_run(reg, p, n); }
 
 }  // namespace zem::crc

@@ -91,21 +91,6 @@ ZEM_INLINE uint32_t head(uint32_t r, const uint8_t*& p, size_t& n) {
     return r;
 }
 
-// The last bytes: eight at a time, then by the low bits of the count.
-ZEM_INLINE uint32_t tail(uint64_t c, const uint8_t* p, size_t n) {
-    for (; n >= 8; n -= 8, p += 8) c = _mm_crc32_u64(c, load64(p));
-    uint32_t r = (uint32_t)c;
-    if (n & 4) {
-        r = _mm_crc32_u32(r, load32(p));
-        p += 4;
-    }
-    if (n & 2) {
-        r = _mm_crc32_u16(r, load16(p));
-        p += 2;
-    }
-    if (n & 1) r = _mm_crc32_u8(r, *p);
-    return r;
-}
 
 constexpr size_t kStream = 1024;
 constexpr uint64_t kTwo1024 = merge_k(2 * kStream), kOne1024 = merge_k(kStream);
@@ -196,7 +181,7 @@ uint32_t crc32c_streams_clmul(uint32_t reg, const uint8_t* p, size_t n) {
         p += 24 * words;
         n -= 24 * words;
     }
-    return tail(c0, p, n);
+    return crc32c_instr_run(c0, p, n);
 }
 
 uint32_t crc32c_streams_table(uint32_t reg, const uint8_t* p, size_t n) {
@@ -207,7 +192,7 @@ uint32_t crc32c_streams_table(uint32_t reg, const uint8_t* p, size_t n) {
     if (n >= 3 * 288) block_table<288>(c0, p, n, kShift576, kShift288);
     if (n >= 3 * 144) block_table<144>(c0, p, n, kShift288, kShift144);
     if (n >= 3 * 72) block_table<72>(c0, p, n, kShift144, kShift72);
-    return tail(c0, p, n);
+    return crc32c_instr_run(c0, p, n);
 }
 
 }  // namespace zem::crc
