@@ -81,10 +81,13 @@ Bytes model_encode(const Bytes& in, const std::vector<int32_t>& calls) {
 zemLZSSState_8u* state_of(Bytes& s) { return (zemLZSSState_8u*)s.data(); }
 
 // Encodes `in` in the given calls, each output call given out_pieces() bytes of room at the end
-// of a guarded buffer; every input call's bytes also end at a guard page.
-Bytes encode(const Bytes& in, const std::vector<int32_t>& calls, Pieces out_pieces) {
-    Bytes st(kStateSize), out;
-    EXPECT_EQ(zemsEncodeLZSSInit_8u(state_of(st)), zemStatusOk);
+// of a guarded buffer; every input call's bytes, and the state record at the given
+// misalignment, also end at a guard page.
+Bytes encode(const Bytes& in, const std::vector<int32_t>& calls, Pieces out_pieces, size_t misalign = 0) {
+    zt::GuardedBuffer gst(kStateSize + misalign);
+    zemLZSSState_8u* st = (zemLZSSState_8u*)(gst.data() + misalign);
+    Bytes out;
+    EXPECT_EQ(zemsEncodeLZSSInit_8u(st), zemStatusOk);
     zt::GuardedBuffer gin(in.size() + 1), gout(out_pieces.cap());
     size_t pos = 0;
     for (int32_t n : calls) {
@@ -97,7 +100,7 @@ Bytes encode(const Bytes& in, const std::vector<int32_t>& calls, Pieces out_piec
             int32_t room = out_pieces(), r = room;
             uint8_t* d0 = gout.data() + gout.size() - room;
             uint8_t* d = d0;
-            s = zemsEncodeLZSS_8u(&p, &left, &d, &r, state_of(st));
+            s = zemsEncodeLZSS_8u(&p, &left, &d, &r, st);
             EXPECT_TRUE(s == zemStatusOk || s == zemStatusDstTooSmall) << s;
             EXPECT_EQ(d - d0, room - r);
             EXPECT_EQ(p - piece, n - left);
@@ -111,7 +114,7 @@ Bytes encode(const Bytes& in, const std::vector<int32_t>& calls, Pieces out_piec
         int32_t room = out_pieces(), r = room;
         uint8_t* d0 = gout.data() + gout.size() - room;
         uint8_t* d = d0;
-        s = zemsEncodeLZSSFlush_8u(&d, &r, state_of(st));
+        s = zemsEncodeLZSSFlush_8u(&d, &r, st);
         EXPECT_TRUE(s == zemStatusOk || s == zemStatusDstTooSmall) << s;
         out.insert(out.end(), d0, d);
     } while (s == zemStatusDstTooSmall);
@@ -225,7 +228,7 @@ TEST(Lzss, AnySplitOfOutputDecodesToTheInput) {
     Bytes in = runs_and_text(60000, 5);
     for (uint32_t out_max : {1u, 3u, 40u, 5000u}) {
         std::vector<int32_t> calls = split(in.size(), Pieces{zt::Rng(out_max), 20000});
-        Bytes stream = encode(in, calls, Pieces{zt::Rng(out_max + 1), out_max});
+        Bytes stream = encode(in, calls, Pieces{zt::Rng(out_max + 1), out_max}, out_max % 32);
         EXPECT_EQ(decode(stream, whole(), whole()), in) << out_max;
         EXPECT_LE(stream.size(), (size_t)ZEM_LZSS_BOUND(60000));
     }
@@ -238,6 +241,9 @@ TEST(Lzss, DecoderGivesTheSameBytesForEverySplit) {
     EXPECT_EQ(decode(stream, Pieces{zt::Rng(7), 1}, whole(), 1), in);
     EXPECT_EQ(decode(stream, whole(), Pieces{zt::Rng(8), 1}, 7), in);
     EXPECT_EQ(decode(stream, Pieces{zt::Rng(9), 300}, Pieces{zt::Rng(10), 700}, 31), in);
+    // Calls that produce more than the window, then reach back past their own output.
+    EXPECT_EQ(decode(stream, Pieces{zt::Rng(11), 30000}, whole()), in);
+    EXPECT_EQ(decode(stream, whole(), Pieces{zt::Rng(12), 60000}), in);
 }
 
 TEST(Lzss, DecoderOnHostileInputStaysInItsBuffers) {

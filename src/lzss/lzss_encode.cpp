@@ -43,7 +43,10 @@ struct BitOut {
         return true;
     }
 };
-static_assert(7 + 24 + kMatchBits < 64, "a stopped call's bits plus a token fit the word");
+// The most bits ever pending: what a stopped call leaves (7 + one token). The word holds them and
+// a token more, and one 8-byte store writes them all.
+inline constexpr int32_t kMaxPending = 7 + kMatchBits;
+static_assert(kMaxPending + kMatchBits <= 64 - 8);
 
 // Bytes equal at cand and cur, up to limit. With `wide`, both may be read 7 bytes past limit.
 template <bool wide>
