@@ -690,7 +690,7 @@ typedef enum zemLZOMethod {
 typedef struct zemLZOState_8u zemLZOState_8u;
 
 /* Stores in *pSize the bytes of the state of a method for inputs of up to maxInputLen bytes
- * (65,552 for zemLZOFast, 393,232 for the others).
+ * (32,784 for zemLZOFast, 393,232 for the others).
  * Statuses: zemStatusNullPtr, zemStatusSize (maxInputLen above 0x7F000000), zemStatusBadArg (an
  * unknown method), zemStatusOk. */
 ZEM_API zemStatus zemsEncodeLZOGetSize(zemLZOMethod method, uint32_t maxInputLen, uint32_t* pSize);

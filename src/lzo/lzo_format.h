@@ -180,7 +180,7 @@ struct StateHeader {
 };
 
 // Fast method: one 4-byte hash table of positions.
-inline constexpr int kFastHashBits = 14;
+inline constexpr int kFastHashBits = 13;
 // Strong method: heads by a 16-bit hash of 4 bytes, and 16-bit backward links by position.
 inline constexpr int kStrongHashBits = 16;
 inline constexpr uint32_t kChainSize = 65536;
@@ -193,7 +193,7 @@ inline constexpr uint32_t kStrongStateBytes = sizeof(StateHeader) + (4u << kStro
 inline constexpr uint32_t kSegmentSize = ZEM_LZO_SEGMENT_SIZE;
 
 static_assert(worst_size(1000000) == ZEM_LZO_BOUND(1000000ull), "the header's bound is ours");
-static_assert(kFastStateBytes == 65552 && kStrongStateBytes == 393232, "the sizes the header documents");
+static_assert(kFastStateBytes == 32784 && kStrongStateBytes == 393232, "the sizes the header documents");
 
 // The encoders write the matches and the literals before them and return where the pending
 // literals start; the caller writes those and the end marker. The fast one takes the whole

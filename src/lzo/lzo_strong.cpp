@@ -16,8 +16,8 @@ ZEM_INLINE uint32_t hash4(const uint8_t* p) {
 }
 
 // Candidates examined per position, and the length from which the first match found is kept.
-constexpr int kDepth = 12;
-constexpr size_t kNiceLen = 48;
+constexpr int kDepth = 4;
+constexpr size_t kNiceLen = 32;
 
 struct Match {
     size_t len;
