@@ -664,6 +664,55 @@ ZEM_API zemStatus zemsBWTFwdGetBufSize_SelectSort_8u(uint32_t wndSize, uint32_t*
 ZEM_API zemStatus zemsBWTFwd_SelectSort_8u(const uint8_t* pSrc, uint8_t* pDst, uint32_t len,
                                            uint32_t* pIndex, uint8_t* pBuf, zemBWTSort hint);
 
+/* The Huffman stage of a bzip2-compatible block, encoding side. The block's symbols are the
+ * zero-run coder's (0 RUNA, 1 RUNB, m + 1 for a move-to-front position m); with sizeDictionary
+ * byte values in use the alphabet has sizeDictionary + 2 symbols, the last the end of the block,
+ * which the stage adds itself. Bits are written most significant first; the bits not yet written
+ * cross between calls as *pCode holding *pCodeLenBits (0..31) bits, right-aligned, the oldest the
+ * most significant, so the caller can write its own fields into the same bit stream before and
+ * after. The state is opaque (zemsEncodeHuffGetSize_BZ2_16u8u) and needs no alignment.
+ * Order of use per block: Init, Pack, then Encode until it returns zemStatusOk with all the
+ * block's symbols given. */
+typedef struct zemEncodeHuffState_BZ2 zemEncodeHuffState_BZ2;
+
+/* Stores the size of a zemEncodeHuffState_BZ2 in *pSize; one size serves every block up to the
+ * format's largest (900,000 bytes). Statuses: zemStatusNullPtr, zemStatusSize (wndSize outside
+ * 1..900000), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeHuffGetSize_BZ2_16u8u(int32_t wndSize, int32_t* pSize);
+
+/* Designs the block's coding tables: 2 to 6 of them by the block's length, a table chosen per 50
+ * symbols, refined in rounds; code lengths at most 20. pFreqTable holds the counts of symbols
+ * 0..sizeDictionary (as zemsEncodeZ1Z2_BZ2_8u16u gathers them; they seed the first tables and need
+ * not be exact), pSrc the srcLen symbols of the whole block.
+ * Statuses: zemStatusNullPtr (pFreqTable, pSrc, pState), zemStatusSize (srcLen outside
+ * 1..899,999 or sizeDictionary outside 1..256), zemStatusError (a symbol at or beyond
+ * sizeDictionary + 1; the state then encodes nothing), zemStatusOk. */
+ZEM_API zemStatus zemsEncodeHuffInit_BZ2_16u8u(int32_t sizeDictionary, const uint32_t* pFreqTable,
+                                               const uint16_t* pSrc, int32_t srcLen,
+                                               zemEncodeHuffState_BZ2* pState);
+
+/* Writes the block's table header after the pending bits: the table count (3 bits), the selector
+ * count (15 bits), the selectors move-to-front coded in unary, and each table's code lengths,
+ * delta coded. *pDstLen: capacity in, bytes written out. The whole header is written or nothing.
+ * Statuses: zemStatusNullPtr (pCode, pCodeLenBits, pDst, pDstLen, pState), zemStatusSize
+ * (*pDstLen < 1), zemStatusBadArg (*pCodeLenBits outside 0..31), zemStatusDstTooSmall (the header
+ * does not fit; nothing written), zemStatusOk. */
+ZEM_API zemStatus zemsPackHuffContext_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, uint8_t* pDst,
+                                                int32_t* pDstLen, zemEncodeHuffState_BZ2* pState);
+
+/* Codes the next *pSrcLen symbols of the block (the state knows how many it has coded, so a block
+ * may be given in pieces) and, once the last was given, the end of the block. *ppSrc and *pSrcLen
+ * advance by the symbols consumed; *pDstLen: capacity in, bytes written out. *pSrcLen may be 0 to
+ * finish a block whose symbols are all given.
+ * Statuses: zemStatusNullPtr (pCode, pCodeLenBits, ppSrc, pSrcLen, pDst, pDstLen, pState, then
+ * *ppSrc), zemStatusSize (*pSrcLen negative or beyond the block's remaining symbols, then
+ * *pDstLen < 1), zemStatusBadArg (*pCodeLenBits outside 0..31), zemStatusDstTooSmall (the output
+ * filled: call again with fresh output and the advanced pointers), zemStatusOk (everything given
+ * was coded, and the end of the block too once the block is complete). */
+ZEM_API zemStatus zemsEncodeHuff_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, const uint16_t** ppSrc,
+                                           int32_t* pSrcLen, uint8_t* pDst, int32_t* pDstLen,
+                                           zemEncodeHuffState_BZ2* pState);
+
 /* ------------------------------------------------------------------------------------------- */
 /* LZO                                                                                         */
 /* ------------------------------------------------------------------------------------------- */

@@ -113,6 +113,17 @@ Work carve(uint8_t* buf, uint32_t m) {
 
 using zem::bwt::kMaxBlock;
 
+namespace {
+// A C caller may pass any int as the hint; its bits are read as one, since a value outside the
+// enumeration is not a valid C++ enum value to load.
+static_assert(sizeof(zemBWTSort) == sizeof(int32_t));
+bool bad_hint(const zemBWTSort& hint) {
+    int32_t raw;
+    memcpy(&raw, &hint, sizeof raw);
+    return raw < int32_t(zemBWTSortAuto) || raw > int32_t(zemBWTSortSuffix);
+}
+}  // namespace
+
 ZEM_API zemStatus zemsBWTFwdGetSize_8u(int32_t wndSize, int32_t* pSize) {
     if (zem::any_null(pSize)) return zemStatusNullPtr;
     if (wndSize < 1 || zem::bwt::buffer_size(uint64_t(wndSize)) > INT32_MAX) return zemStatusSize;
@@ -132,7 +143,7 @@ ZEM_API zemStatus zemsBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len,
 ZEM_API zemStatus zemsBWTFwdGetBufSize_SelectSort_8u(uint32_t wndSize, uint32_t* pSize, zemBWTSort hint) {
     if (zem::any_null(pSize)) return zemStatusNullPtr;
     if (wndSize < 1 || wndSize > kMaxBlock) return zemStatusSize;
-    if (uint32_t(hint) > uint32_t(zemBWTSortSuffix)) return zemStatusBadArg;
+    if (bad_hint(hint)) return zemStatusBadArg;
     *pSize = uint32_t(zem::bwt::buffer_size(wndSize));
     return zemStatusOk;
 }
@@ -141,7 +152,7 @@ ZEM_API zemStatus zemsBWTFwd_SelectSort_8u(const uint8_t* pSrc, uint8_t* pDst, u
                                            uint8_t* pBuf, zemBWTSort hint) {
     if (zem::any_null(pSrc, pDst, pIndex, pBuf)) return zemStatusNullPtr;
     if (len < 1 || len > kMaxBlock) return zemStatusSize;
-    if (uint32_t(hint) > uint32_t(zemBWTSortSuffix)) return zemStatusBadArg;
+    if (bad_hint(hint)) return zemStatusBadArg;
     zem::bwt::transform(pSrc, pDst, len, pIndex, pBuf, hint);
     return zemStatusOk;
 }

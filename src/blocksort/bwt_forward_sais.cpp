@@ -36,16 +36,31 @@ void bucket_bounds(const Ch* s, uint32_t n, uint32_t k, int32_t* bkt, bool ends)
     }
 }
 
+// How far ahead the induction scans touch the text and types of the suffix they will meet: the
+// scans read both at random positions, and the fetch hides most of that latency. Entries ahead
+// may still change before the scan reaches them; a stale fetch only costs its memory traffic.
+constexpr uint32_t kPrefetch = 32;
+
+template <class Ch>
+ZEM_INLINE void touch(const Ch* s, const uint8_t* t, int32_t j) {
+    if (j > 0) {
+        __builtin_prefetch(s + j - 1);
+        __builtin_prefetch(t + j - 1);
+    }
+}
+
 template <class Ch>
 void induce(const Ch* s, int32_t* sa, uint32_t n, uint32_t k, const uint8_t* t, int32_t* bkt) {
     bucket_bounds(s, n, k, bkt, false);
     sa[bkt[s[n - 1]]++] = int32_t(n - 1);  // the suffix before the sentinel leads its bucket
     for (uint32_t i = 0; i < n; ++i) {
+        if (i + kPrefetch < n) touch(s, t, sa[i + kPrefetch]);
         int32_t j = sa[i] - 1;
         if (j >= 0 && !t[j]) sa[bkt[s[j]]++] = j;
     }
     bucket_bounds(s, n, k, bkt, true);
     for (uint32_t i = n; i-- > 0;) {
+        if (i >= kPrefetch) touch(s, t, sa[i - kPrefetch]);
         int32_t j = sa[i] - 1;
         if (j >= 0 && t[j]) sa[--bkt[s[j]]] = j;
     }
