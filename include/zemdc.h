@@ -629,6 +629,88 @@ ZEM_API zemStatus zemsEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcL
 ZEM_API zemStatus zemsDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
                                            int32_t* pDstLen);
 
+/* Stores the work buffer size of zemsBWTInv_8u for blocks of len bytes, len * 4 + 1024 (32-bit
+ * arithmetic), in *pSize. Statuses: zemStatusNullPtr, zemStatusSize (len < 1), zemStatusOk. */
+ZEM_API zemStatus zemsBWTInvGetSize_8u(int32_t len, uint32_t* pSize);
+
+/* The inverse Burrows-Wheeler transform: from the last column pSrc of the sorted rotations of a
+ * block (len bytes) and the row index of the unrotated block, writes the block to pDst. pBuf is a
+ * work buffer of the size zemsBWTInvGetSize_8u reports, any alignment; pSrc and pDst must not
+ * overlap. Every pSrc of a valid length is inverted, well-formed or not, without access outside
+ * the buffers. A negative index is refused like one at or beyond len: the walk would start
+ * outside the successor vector.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pBuf), zemStatusSize (len < 1; index < 0 or
+ * index >= len), zemStatusOk. */
+ZEM_API zemStatus zemsBWTInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t index, uint8_t* pBuf);
+
+/* Stores the work buffer size of zemsDecodeBlock_BZ2_16u8u for blocks of up to blockSize bytes,
+ * blockSize * 4, in *pSize (0 for 0). Statuses: zemStatusNullPtr, zemStatusSize
+ * (blockSize > 0xFFFFFF), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeBlockGetSize_BZ2_8u(uint32_t blockSize, uint32_t* pSize);
+
+/* Decodes one block's symbols (the Huffman stage's output without the end-of-block symbol:
+ * srcLen symbols at pSrc) into the block's bytes before the block sort: zero runs, move-to-front
+ * over the dictionary of pInUse (256 entries of 0 and 1; dictSize must be its number of ones) and
+ * the inverse transform from row index, in one pass. *pDstLen: the capacity of pDst and of the
+ * work buffer (pBuf, 4 bytes per byte of capacity, any alignment) in, the block length out.
+ * An in-use table whose count differs from dictSize returns zemStatusOk and writes nothing, not
+ * even *pDstLen (kept deliberately). Input that no conforming writer produces is refused with
+ * zemStatusError before it can cause an access outside the buffers: a run checked against the
+ * capacity before it is stored, a move-to-front position at or beyond dictSize (or any symbol
+ * with an empty dictionary), a position that would pass the capacity, and an index at or beyond
+ * the decoded length (whose walk would follow entries never linked). *pDstLen then holds the
+ * length decoded before the fault; pDst and pBuf hold unspecified bytes.
+ * Statuses: zemStatusNullPtr (pSrc, pDst, pDstLen, pInUse, then pBuf), zemStatusSize (srcLen < 1,
+ * capacity > 0xFFFFFF, index < 0 or index >= capacity, dictSize > 256), zemStatusError,
+ * zemStatusOk. */
+ZEM_API zemStatus zemsDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen, uint8_t* pDst, uint32_t* pDstLen,
+                                            int32_t index, uint32_t dictSize, const uint8_t* pInUse,
+                                            uint8_t* pBuf);
+
+/* The Huffman decoding state of one block, opaque; its size comes from
+ * zemsDecodeHuffGetSize_BZ2_8u16u (about 40 KiB). Allocate it aligned to 16 bytes (as malloc
+ * does). Per block: Init with the block's dictionary size, Unpack the table context, Decode the
+ * symbols. The bit stream is read most significant bit first; bits that a call took from the
+ * input but did not use cross to the next call in *pCode, *pCodeLenBits of them (0..31),
+ * right-aligned, the oldest the most significant. */
+typedef struct zemDecodeHuffState_BZ2 zemDecodeHuffState_BZ2;
+
+/* Stores the size of a zemDecodeHuffState_BZ2 in *pSize. The state holds any block of the
+ * format (up to 900,000 bytes, 18,002 selectors) whatever wndSize is.
+ * Statuses: zemStatusNullPtr, zemStatusSize (wndSize < 1 or > 900000), zemStatusOk. */
+ZEM_API zemStatus zemsDecodeHuffGetSize_BZ2_8u16u(int32_t wndSize, int32_t* pSize);
+
+/* Prepares *pState for a block whose dictionary holds sizeDictionary byte values: the alphabet is
+ * RUNA (0), RUNB (1), the positions 2..sizeDictionary and the end of the block,
+ * sizeDictionary + 1. Statuses: zemStatusNullPtr, zemStatusSize (sizeDictionary < 1 or > 256),
+ * zemStatusOk. */
+ZEM_API zemStatus zemsDecodeHuffInit_BZ2_8u16u(int32_t sizeDictionary, zemDecodeHuffState_BZ2* pState);
+
+/* Reads the table context that follows a block's in-use bitmap: the table count (2..6), the
+ * selector count (at least 1; those beyond 18,002 are read and ignored), the move-to-front coded
+ * selectors and the delta-coded code lengths, and builds the decoding tables. Resumable:
+ * zemStatusSrcTooShort means the input ran out, all of it taken; call again with more.
+ * Statuses: zemStatusNullPtr (pCode, pCodeLenBits, ppSrc, pSrcLen, pState, then *ppSrc),
+ * zemStatusSize (*pSrcLen < 0, *pCodeLenBits outside 0..31), zemStatusError (table count,
+ * selector count or a selector out of range), zemStatusBadData (a code length outside 1..20, or
+ * over-subscribed lengths), zemStatusSrcTooShort, zemStatusOk. */
+ZEM_API zemStatus zemsUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
+                                                  int32_t* pSrcLen, zemDecodeHuffState_BZ2* pState);
+
+/* Decodes symbols into pDst (*pDstLen: capacity in, symbols written out) up to the end-of-block
+ * symbol, which is not written; the call then returns zemStatusOk with the bits after it left
+ * in *pCode and the input. A full output is reported only when a symbol other than the end of the
+ * block is waiting, so a capacity of exactly the block's symbols ends with zemStatusOk.
+ * Resumable after zemStatusSrcTooShort (all input taken) and zemStatusDstTooSmall. After the
+ * end of the block, further calls write nothing and return zemStatusOk.
+ * Statuses: zemStatusNullPtr (pCode, pCodeLenBits, ppSrc, pSrcLen, pDst, pDstLen, pState, then
+ * *ppSrc), zemStatusSize (*pSrcLen or *pDstLen < 0, *pCodeLenBits outside 0..31), zemStatusError
+ * (the context was not unpacked, a bit string no code covers, or more symbols than the selectors
+ * cover), zemStatusSrcTooShort, zemStatusDstTooSmall, zemStatusOk. */
+ZEM_API zemStatus zemsDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
+                                           int32_t* pSrcLen, uint16_t* pDst, int32_t* pDstLen,
+                                           zemDecodeHuffState_BZ2* pState);
+
 /* ------------------------------------------------------------------------------------------- */
 /* Block sorting (bzip2): compression                                                          */
 /* ------------------------------------------------------------------------------------------- */
