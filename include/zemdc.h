@@ -303,6 +303,17 @@ ZEM_API zemStatus zemsInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint3
  * direction; it holds a pointer into the bound buffer, no other memory. */
 typedef struct zemZfpState zemZfpState;
 
+/* Worst-case stream size in bytes for nBlocks blocks under the parameters minBits and maxBits of
+ * zemsEncodeZfpSet_32f: a block takes at most max(minBits, 9, min(maxBits, 2217)) bits, and the
+ * flush adds at most 8 bytes. Fixed rate r bits per value: ZEM_ZFP_BOUND(nBlocks, 64 * r, 64 * r);
+ * Init's defaults: ZEM_ZFP_BOUND(nBlocks, 0, 4171). See docs/zfp.md. */
+#define ZEM_ZFP_BLOCK_BITS(minBits, maxBits) \
+    ((minBits) > ((maxBits) < 2217 ? ((maxBits) > 9 ? (maxBits) : 9) : 2217) \
+         ? (minBits)                                                           \
+         : ((maxBits) < 2217 ? ((maxBits) > 9 ? (maxBits) : 9) : 2217))
+#define ZEM_ZFP_BOUND(nBlocks, minBits, maxBits) \
+    ((uint64_t)(nBlocks) * (uint64_t)ZEM_ZFP_BLOCK_BITS(minBits, maxBits) / 8 + 8)
+
 /* Stores the size of a zemZfpState, 576 bytes, in *pStateSize.
  * Statuses: zemStatusNullPtr, zemStatusOk. */
 ZEM_API zemStatus zemsEncodeZfpGetStateSize_32f(int32_t* pStateSize);
