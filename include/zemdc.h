@@ -517,6 +517,72 @@ ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* p
                                                      const zemDeflateHuffCode* pDistCodes, uint8_t* pDstHeader,
                                                      uint32_t* pDstLen, uint32_t* pDstBits);
 
+/* The single-pass path: one probe of the level-0 head table (the three-byte running hash of
+ * zemsDeflateUpdateHash_8u at level 0) per position, a match taken from four equal bytes on, each
+ * literal or match written at once as Huffman bits with the caller's codes. The stream model is
+ * the finders' (history from pWindow, at most winSize back, positions in the caller's numbering,
+ * table entries checked before they are followed); positions inside long matches and inside long
+ * literal runs are not all entered. Under zemDeflateNoFlush the last 262 bytes given are left
+ * for the next call; the other flush values parse everything given. */
+
+/* Input bytes per block of zemsDeflateLZ77FastestPrecompHeader_8u. */
+#define ZEM_DEFLATE_PRECOMP_BLOCK_SIZE 65536
+/* The longest dynamic header zemsDeflateLZ77FastestGenHeader_8u writes, in bits. */
+#define ZEM_DEFLATE_MAX_HEADER_BITS 2400
+
+/* Parses *pSrcLen bytes at *ppSrc (stream position *pSrcIdx) and writes them as literal and
+ * length/distance codes of pLitCodes[286] and pDistCodes[30] into pDst: *pDstLen is the room in
+ * and the bytes written out. The pending bits come in as *pCode holding *pCodeLenBits (at most
+ * 16) bits and leave as fewer than 8, first bit in bit 0. No block header and no end-of-block
+ * code are written: the caller opens and closes the block. Every symbol the parse emits needs a
+ * code: the fixed code, codes from zemsDeflateLZ77FastestGenHuffTable_8u over GetStat's counts of
+ * the same parse (same table contents, history, input and flush), or over counts with one added
+ * to each. A record is written only while at least 8 bytes of room remain (it goes out in one
+ * 8-byte store), so nothing is ever stored past the capacity.
+ * Statuses: zemStatusNullPtr (any pointer argument, then *ppSrc), zemStatusSize (winSize or
+ * hashSize as zemsDeflateUpdateHash_8u, pWindow after *ppSrc, *pCodeLenBits above 16),
+ * zemStatusBadArg (flush outside 0..3), zemStatusOk (everything that may be parsed was),
+ * zemStatusDstTooSmall (the room ran out on a record boundary; the in/out values say where:
+ * call again with more room). */
+ZEM_API zemStatus zemsDeflateLZ77Fastest_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                            const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                            uint32_t hashSize, const zemDeflateHuffCode* pLitCodes,
+                                            const zemDeflateHuffCode* pDistCodes, uint8_t* pDst, uint32_t* pDstLen,
+                                            uint16_t* pCode, uint32_t* pCodeLenBits, int32_t flush);
+
+/* The parse of zemsDeflateLZ77Fastest_8u, counting its symbols into pLitStat[286] and
+ * pDistStat[30] (added to, never cleared; the end-of-block symbol is the caller's) instead of
+ * writing them. It enters positions into the head table exactly as Fastest does, so to make
+ * Fastest repeat this parse give GetStat a copy of the table. Counting a sample (a part of the
+ * input) and adding one to every count gives codes that serve any parse.
+ * Statuses: zemStatusNullPtr (any pointer argument, then *ppSrc), zemStatusSize (as Fastest),
+ * zemStatusBadArg (flush outside 0..3), zemStatusOk. */
+ZEM_API zemStatus zemsDeflateLZ77FastestGetStat_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx,
+                                                   const uint8_t* pWindow, uint32_t winSize, uint32_t* pHashHead,
+                                                   uint32_t hashSize, uint32_t* pLitStat, uint32_t* pDistStat,
+                                                   int32_t flush);
+
+/* Fastest over whole blocks of ZEM_DEFLATE_PRECOMP_BLOCK_SIZE input bytes, each opened with
+ * BFINAL, BTYPE 2 and the caller's dynamic header (headerBits bits at pHeader, least significant
+ * first: what zemsDeflateLZ77FastestGenHeader_8u wrote for pLitCodes and pDistCodes) and closed
+ * with the end-of-block code; no match crosses a block's end. *pBlockLeft (0 at the start of a
+ * stream) carries the open block across calls: the input still to go into it, with bit 31 set
+ * when it was opened as the final block; 0 when no block is open; 0x80000000 once the stream is
+ * complete, after which calls do nothing. A block is opened as final under zemDeflateFinish when
+ * the input left fits in it. Under zemDeflateFinish, once all input is parsed, the stream is
+ * completed: a block opened as not final is closed and an empty final block with the fixed code
+ * follows (so an empty input gives that block alone), and the last byte is padded and written
+ * (*pCodeLenBits is then 0). Under the other flush values a block stays open across calls.
+ * Statuses: zemStatusNullPtr (any pointer argument, then *ppSrc), zemStatusSize (as Fastest, and
+ * headerBits 0 or above ZEM_DEFLATE_MAX_HEADER_BITS), zemStatusBadArg (flush outside 0..3, a
+ * block left above ZEM_DEFLATE_PRECOMP_BLOCK_SIZE), zemStatusOk, zemStatusDstTooSmall (as
+ * Fastest; a block is opened only with room for its header). */
+ZEM_API zemStatus zemsDeflateLZ77FastestPrecompHeader_8u(
+    const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pSrcIdx, const uint8_t* pWindow, uint32_t winSize,
+    uint32_t* pHashHead, uint32_t hashSize, const zemDeflateHuffCode* pLitCodes, const zemDeflateHuffCode* pDistCodes,
+    uint8_t* pDst, uint32_t* pDstLen, uint16_t* pCode, uint32_t* pCodeLenBits, int32_t flush, const uint8_t* pHeader,
+    uint32_t headerBits, uint32_t* pBlockLeft);
+
 /* ------------------------------------------------------------------------------------------- */
 /* Block sorting (bzip2)                                                                       */
 /* ------------------------------------------------------------------------------------------- */

@@ -1,0 +1,176 @@
+// The single-pass parse: one probe of the level-0 head table per position, each literal or
+// match handed at once to a sink, which either writes it as Huffman bits (Fastest and the
+// blocks of PrecompHeader) or counts its symbols (GetStat). One template serves all three, so
+// the parse that GetStat counts is the parse that Fastest writes.
+#pragma once
+
+#include <immintrin.h>
+#include <stddef.h>
+
+#include "deflate/deflate_tables.h"
+
+namespace zem::deflate::fastest {
+
+// The fast scheme's hash of the position at p, as the running hash of the table upkeep leaves
+// it: the three bytes at p, and (for a 65536-entry table, whose 16 bits reach that far) the low
+// bit of the byte before. The first position of a stream has no byte before it; the upkeep's
+// first position of a run does not use it either, which only makes that one entry land beside
+// where this parse looks.
+ZEM_INLINE uint32_t hash_at(const uint8_t* p, bool has_before, uint32_t mask) {
+    const uint32_t before = has_before ? p[-1] : 0;
+    return ((before << 15) ^ (uint32_t(p[0]) << 10) ^ (uint32_t(p[1]) << 5) ^ p[2]) & mask;
+}
+
+// A match is taken from four equal bytes on: three-byte matches at the distances one probe finds
+// cost about as many bits as their literals and slow the loop down with a third compare.
+inline constexpr uint32_t kMinTaken = 4;
+// After this many literals in a row without a match the parse probes every other position, and
+// so on, as incompressible data costs the probe and gains nothing: the step grows by one for
+// every 2^kSkipShift literals and falls back to one at the next match.
+inline constexpr uint32_t kSkipShift = 5;
+// A match's inner positions are entered only for short matches; a long match is usually a run
+// or a repeat whose inner positions a later probe would find again at its start.
+inline constexpr uint32_t kInsertMax = 16;
+
+// The worst case of one record in bits: a length code and its extra bits, a distance code and
+// its extra bits.
+inline constexpr uint32_t kMaxRecordBits = 15 + 5 + 15 + 13;
+// The bit writer stores its whole 64-bit buffer and advances by the whole bytes it held, so a
+// record (with the fewer than 8 bits pending before it) goes out in one store of 8 bytes: the
+// room a record needs.
+inline constexpr uint32_t kStoreSlack = 8;
+inline constexpr uint32_t kRecordRoom = kStoreSlack;
+static_assert(7 + kMaxRecordBits <= 64, "a record and the pending bits fit in the 64-bit buffer");
+
+// The bit writer of the emitting sink: fewer than 8 bits pending between records.
+struct BitWriter {
+    uint64_t buf;
+    uint32_t count;
+    uint8_t* out;
+
+    ZEM_INLINE void put(uint64_t v, uint32_t n) {
+        buf |= v << count;
+        count += n;
+    }
+    // Stores the whole bytes held: one unaligned 64-bit store, then the pointer moves past them.
+    ZEM_INLINE void flush() {
+        store64(out, buf);
+        out += count >> 3;
+        buf >>= count & ~7u;
+        count &= 7;
+    }
+};
+
+ZEM_INLINE uint32_t code_len(const zemDeflateHuffCode& c) { return c.len & 15u; }
+ZEM_INLINE uint32_t code_bits(const zemDeflateHuffCode& c) { return _bzhi_u32(c.code, code_len(c)); }
+
+// Writes symbols with the caller's codes; refuses a record when fewer than kRecordRoom bytes
+// remain, so nothing is ever stored past the capacity.
+struct EmitSink {
+    BitWriter w;
+    uintptr_t room_end;  // the last address at which a record may start (0: none may)
+    const zemDeflateHuffCode* lit;
+    const zemDeflateHuffCode* dist;
+
+    [[nodiscard]] ZEM_INLINE bool room() const { return reinterpret_cast<uintptr_t>(w.out) <= room_end; }
+    ZEM_INLINE void literal(uint8_t b) {
+        w.put(code_bits(lit[b]), code_len(lit[b]));
+        w.flush();
+    }
+    ZEM_INLINE void match(uint32_t len, uint32_t d) {
+        const uint32_t v = len - kMinMatch, c = kLengthSym.sym[v];
+        const zemDeflateHuffCode& lc = lit[257 + c];
+        w.put(code_bits(lc) | uint64_t(v + kMinMatch - kLengthBase[c]) << code_len(lc), code_len(lc) + kLengthExtra[c]);
+        const uint32_t s = dist_symbol(d);
+        const zemDeflateHuffCode& dc = dist[s];
+        w.put(code_bits(dc) | uint64_t(_bzhi_u32(d - kDistBase[s], kDistExtra[s])) << code_len(dc),
+              code_len(dc) + kDistExtra[s]);
+        w.flush();
+    }
+};
+
+// Counts the symbols the same parse would write; never runs out of room.
+struct StatSink {
+    uint32_t* lit;
+    uint32_t* dist;
+
+    [[nodiscard]] static constexpr bool room() { return true; }
+    ZEM_INLINE void literal(uint8_t b) { ++lit[b]; }
+    ZEM_INLINE void match(uint32_t len, uint32_t d) {
+        ++lit[257 + kLengthSym.sym[len - kMinMatch]];
+        ++dist[dist_symbol(d)];
+    }
+};
+
+// One call's view of the stream: the input, the history it may reach into, the head table.
+struct Span {
+    const uint8_t* window;  // the oldest byte that may be reached
+    const uint8_t* src;     // the first byte to parse, at stream position src_idx
+    const uint8_t* end;     // the end of the bytes that may be read (and matched)
+    const uint8_t* stop;    // positions from here on are left to a later call
+    uint32_t src_idx;
+    uint32_t win_size;
+    uint32_t* head;
+    uint32_t hash_mask;
+};
+
+ZEM_INLINE uint32_t match_len(const uint8_t* p, const uint8_t* c, uint32_t max) {
+    uint32_t len = kMinTaken;
+    for (; len + 8 <= max; len += 8) {
+        const uint64_t x = load64(p + len) ^ load64(c + len);
+        if (x) return len + uint32_t(__builtin_ctzll(x) >> 3);
+    }
+    while (len < max && p[len] == c[len]) ++len;
+    return len;
+}
+
+// Parses from s.src up to s.stop into the sink and returns where it stopped: at s.stop or
+// beyond it (a match may run past it up to s.end), or at the first record the sink had no room
+// for. Table entries are positions; one is followed only when its distance is within the window
+// size and the history before p, so stale or garbage entries are never read through.
+template <class Sink>
+const uint8_t* parse(const Span& s, Sink& sink) {
+    const uint8_t* p = s.src;
+    // Positions whose four bytes lie in the input can be probed; the rest are literals.
+    const uint8_t* probe_end = s.end - s.src < 4 ? s.src : s.stop < s.end - 3 ? s.stop : s.end - 3;
+    const uint32_t base = s.src_idx - uint32_t(s.src - s.window);  // stream position of s.window
+    uint32_t misses = 1u << kSkipShift;
+    while (p < probe_end) {
+        if (!sink.room()) return p;
+        const uint32_t here = base + uint32_t(p - s.window);
+        const uint32_t h = hash_at(p, p > s.window, s.hash_mask);
+        const uint32_t cand = s.head[h];
+        s.head[h] = here;
+        const uint32_t d = here - cand;
+        const size_t history = size_t(p - s.window);
+        const uint32_t limit = history < s.win_size ? uint32_t(history) : s.win_size;
+        if (d - 1 < limit && load32(p - d) == load32(p)) {
+            const size_t left = size_t(s.end - p);
+            const uint32_t len = match_len(p, p - d, left < kMaxMatch ? uint32_t(left) : kMaxMatch);
+            sink.match(len, d);
+            if (len <= kInsertMax) {
+                // Enter the inner positions whose three bytes lie in the input.
+                const uint8_t* last = p + len < s.end - 2 ? p + len : s.end - 2;
+                for (const uint8_t* q = p + 1; q < last; ++q)
+                    s.head[hash_at(q, true, s.hash_mask)] = base + uint32_t(q - s.window);
+            }
+            p += len;
+            misses = 1u << kSkipShift;
+            continue;
+        }
+        const uint32_t step = misses++ >> kSkipShift;
+        for (uint32_t k = 0; k < step && p < probe_end; ++k) {
+            if (k && !sink.room()) return p;
+            sink.literal(*p++);
+        }
+    }
+    // The last positions, too close to the end to probe, go out as literals when this call
+    // parses to the end; a match may have run past the stop already.
+    for (const uint8_t* lim = s.stop; p < lim; ++p) {
+        if (!sink.room()) return p;
+        sink.literal(*p);
+    }
+    return p;
+}
+
+}  // namespace zem::deflate::fastest
