@@ -47,8 +47,9 @@ zemStatus parse(const FinderArgs& a, const Effort& e) {
             continue;
         }
         if (cur.len < e.lazy) {
-            // The look-ahead searches half the chain (a quarter behind a good match): on the
-            // corpus at level 6 that is 20% faster for 0.1% of ratio.
+            // The look-ahead searches half the chain (a quarter behind a good match). Together
+            // with the distance-aware choice below, level 6 on the Silesia files went from 97.8
+            // to 100.9 MB/s at a ratio of 4.099 against 4.101.
             const uint32_t depth = e.chain >> (cur.len >= e.good ? 2 : 1);
             const int32_t score = match_score(cur);
             if (ch.hashable(p + 1)) {
