@@ -9,6 +9,7 @@
 // also the smaller rotation, exactly the order the induced sort's sentinel gives.
 #include "blocksort/bwt_forward.h"
 
+#include <immintrin.h>
 #include <string.h>
 
 #include "core/check.h"
@@ -24,13 +25,33 @@ constexpr uint64_t kBucketBudgetBase = 1 << 16;
 
 ZEM_INLINE uint8_t at(const uint8_t* s, uint32_t n, uint32_t i) { return s[i < n ? i : i - n]; }
 
-// Start of the least rotation (Duval's factorization run over the block doubled).
+// First position from j (j < end <= n) whose byte is at most c, or end: 32 bytes a step.
+uint32_t next_at_most(const uint8_t* s, uint32_t j, uint32_t end, uint8_t c) {
+    const __m256i cv = _mm256_set1_epi8(char(c));
+    for (; j + 32 <= end; j += 32) {
+        __m256i v = _mm256_loadu_si256((const __m256i*)(s + j));
+        uint32_t hit = uint32_t(_mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_min_epu8(v, cv), v)));
+        if (hit) return j + uint32_t(__builtin_ctz(hit));
+    }
+    while (j < end && s[j] > c) ++j;
+    return j;
+}
+
+// Start of the least rotation (Duval's factorization run over the block doubled). While the
+// factor is still its first byte (k == i), every larger byte only extends it: on ordinary data
+// that is nearly every step, so those stretches are skipped with vector compares.
 uint32_t least_rotation(const uint8_t* s, uint32_t n) {
     uint32_t i = 0, best = 0;
     while (i < n) {
         best = i;
         uint32_t j = i + 1, k = i;
         while (j < 2 * n) {
+            if (k == i) {
+                const uint8_t c = s[i];
+                j = j < n ? next_at_most(s, j, n, c) : n + next_at_most(s, j - n, n, c);
+                if (j == n && s[0] > c) j = n + next_at_most(s, 0, n, c);
+                if (j >= 2 * n) break;
+            }
             uint8_t a = at(s, n, k), b = at(s, n, j);
             if (a > b) break;
             k = a < b ? i : k + 1;
