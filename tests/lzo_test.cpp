@@ -114,7 +114,7 @@ TEST(LZO, ArgumentChecks) {
     ASSERT_EQ(zemsEncodeLZOGetSize(zemLZOStrong, 10, &size), zemStatusOk);
     Bytes state(size, 0);
     auto* st = (zemLZOState_8u*)state.data();
-    EXPECT_EQ(zemsEncodeLZOInit_8u((zemLZOMethod)-1, 10, st), zemStatusBadArg);
+    EXPECT_EQ(zemsEncodeLZOInit_8u((zemLZOMethod)3, 10, st), zemStatusBadArg);
     const uint8_t src[11] = "abcabcabca";
     uint8_t dst[64];
     uint32_t cap = sizeof dst;

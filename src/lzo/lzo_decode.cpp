@@ -16,10 +16,10 @@ namespace zem::lzo {
 
 namespace {
 
-// Room past a copy's last byte that the wide copies need: a literal run is copied in 16-byte
-// blocks (up to 15 bytes more read and written), a match in 16-byte blocks, or 8 bytes at a
-// time with a step of its period below distance 16.
-constexpr size_t kMargin = 16;
+// Room past a copy's last byte that the wide copies need: literal runs and matches start with
+// 32 bytes copied whatever their length (most are shorter: no loop test), then go on in 16-byte
+// blocks; matches below distance 16 move 8 bytes at a time with a step of their period.
+constexpr size_t kMargin = 32;
 // The trailing literals of a match (at most 3) move as one 4-byte word.
 constexpr size_t kTrailWord = 4;
 static_assert(kTrailWord >= 3 && kMargin >= kTrailWord);
@@ -34,7 +34,9 @@ ZEM_INLINE void wild_literals(const uint8_t* s, uint8_t* d, size_t n) {
         MemCopy(s, d, int32_t(n));
         return;
     }
-    for (size_t i = 0; i < n; i += 16) copy16(s + i, d + i);
+    copy16(s, d);
+    copy16(s + 16, d + 16);
+    for (size_t i = 32; i < n; i += 16) copy16(s + i, d + i);
 }
 
 // Match copy with whole blocks: the same result as a forward byte copy for the first n bytes,
@@ -42,7 +44,10 @@ ZEM_INLINE void wild_literals(const uint8_t* s, uint8_t* d, size_t n) {
 ZEM_INLINE void wild_match(uint8_t* d, size_t dist, size_t n) {
     const uint8_t* s = d - dist;
     if (ZEM_LIKELY(dist >= 16)) {
-        for (size_t i = 0; i < n; i += 16) copy16(s + i, d + i);
+        // (The second load reads bytes that precede it or that the first store wrote.)
+        copy16(s, d);
+        copy16(s + 16, d + 16);
+        for (size_t i = 32; i < n; i += 16) copy16(s + i, d + i);
     } else if (dist >= 8) {
         for (size_t i = 0; i < n; i += 8) store64(d + i, load64(s + i));
     } else {
@@ -110,6 +115,18 @@ ZEM_INLINE Result decode(const uint8_t* ip, size_t src_len, uint8_t* const dst, 
             len = (t >> 5) + 1;
             ZEM_LZO_NEED(1);
             dist = 1 + ((t >> 2) & 7) + (size_t(*ip++) << 3);
+            // The most common instruction: at most 8 bytes, so one word when the distance
+            // allows, and its trailing literals as one more word.
+            if (ZEM_LIKELY(dist >= 8 && dist <= size_t(op - dst) && size_t(F - op) >= kMargin &&
+                           size_t(E - ip) >= kTrailWord)) {
+                store64(op, load64(op - dist));
+                op += len;
+                state = t & 3;
+                store32(op, load32(ip));
+                ip += state;
+                op += state;
+                continue;
+            }
         } else if (t >= 32) {
             len = t & 31;
             if (len == 0) ZEM_LZO_EXT(len, 31);

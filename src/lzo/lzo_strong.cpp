@@ -16,8 +16,10 @@ ZEM_INLINE uint32_t hash4(const uint8_t* p) {
 }
 
 // Candidates examined per position, and the length from which the first match found is kept.
-constexpr int kDepth = 4;
+constexpr int kDepth = 2;
 constexpr size_t kNiceLen = 32;
+// Matches from this length on are taken without looking one position further.
+constexpr size_t kLazyBelow = 12;
 
 struct Match {
     size_t len;
@@ -95,7 +97,7 @@ const uint8_t* encode_strong(const uint8_t* anchor, const uint8_t* seg, const ui
             continue;
         }
         // Lazy: while the next position gives more net saving, this one becomes a literal.
-        while (ip < limit && m.len < kNiceLen) {
+        while (ip < limit && m.len < kLazyBelow) {
             parser.update(ip + 1);
             const Match n = parser.find(ip + 1);
             if (n.len == 0 || n.len - match_cost(n) <= m.len - match_cost(m)) break;
