@@ -1,5 +1,5 @@
 /* Checksumming a stream in pieces with zemdc; built with the tests so that it keeps compiling.
- *   cc -std=c99 checksum.c -I include -L build/release -lzemdc -o checksum */
+ *   cc -std=c99 examples/checksum.c -I include -L build/release -lzemdc -Wl,-rpath,$PWD/build/release -o checksum */
 #include <stdio.h>
 #include <string.h>
 
