@@ -54,9 +54,18 @@ extern "C" {
  * unknown (the caller then behaves as for blocks that fit in the cache). */
 ZEMCORE_API int32_t zemGetMaxCacheSizeB(int32_t* pSize);
 
+/* GCC calls a function so marked through its GOT entry instead of a PLT stub: one jump less on
+ * every checksum call of zemdc, which asks for the features on each call (at 64-byte buffers
+ * the CRC-32 call took 4.73 ns instead of 4.90-5.30). */
+#if defined(__GNUC__) && !defined(__clang__)
+#define ZEMCORE_NOPLT __attribute__((noplt))
+#else
+#define ZEMCORE_NOPLT
+#endif
+
 /* Returns nonzero when the processor has every feature in mask (a zero mask gives nonzero),
  * zero otherwise. */
-ZEMCORE_API int ownGetFeature(uint64_t mask);
+ZEMCORE_API ZEMCORE_NOPLT int ownGetFeature(uint64_t mask);
 
 #ifdef __cplusplus
 }

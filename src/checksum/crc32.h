@@ -1,5 +1,6 @@
-// The kernels of the CRC-32 family. Each is a complete path on its own, callable whatever the
-// processor reports, so that every path can be proven against the others.
+// The kernels of the CRC-32 family. Each is a complete path on its own, callable directly on any
+// processor with the features it needs (whatever the entries would choose there), so that every
+// path can be proven against the others.
 //
 // The CRC-32 and bzip2 kernels take and return the finished checksum (complemented register),
 // the CRC-32C kernels the bare register, as the exported functions do.
