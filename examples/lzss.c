@@ -1,6 +1,6 @@
 /* An LZSS stream made and read in pieces with zemdc; built with the tests so that it keeps
  * compiling and round-tripping.
- *   cc -std=c99 lzss.c -I include -L build/release -lzemdc -o lzss */
+ *   cc -std=c99 examples/lzss.c -I include -L build/release -lzemdc -Wl,-rpath,$PWD/build/release -o lzss */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
