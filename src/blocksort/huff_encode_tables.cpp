@@ -9,6 +9,7 @@
 
 #include "blocksort/huff_encode.h"
 #include "core/check.h"
+#include "core/prefix_code.h"
 
 namespace zem::bz2 {
 namespace {
@@ -19,44 +20,6 @@ constexpr int kRounds = 4;
 constexpr int kLaneBits = 16;
 static_assert(kGroupSize * kMaxCodeLen < (1 << kLaneBits));
 static_assert(kMaxTables <= 8, "two words of four lanes hold every table's cost");
-
-// Lengths of an optimal prefix code for ascending weights a[0..n), computed in place (the
-// weights are replaced by the lengths, longest first), after Moffat and Katajainen.
-void lengths_in_place(uint32_t* a, int32_t n) {
-    a[0] += a[1];
-    int32_t root = 0, leaf = 2;
-    for (int32_t next = 1; next < n - 1; ++next) {
-        if (leaf >= n || a[root] < a[leaf]) {
-            a[next] = a[root];
-            a[root++] = uint32_t(next);
-        } else {
-            a[next] = a[leaf++];
-        }
-        if (leaf >= n || (root < next && a[root] < a[leaf])) {
-            a[next] += a[root];
-            a[root++] = uint32_t(next);
-        } else {
-            a[next] += a[leaf++];
-        }
-    }
-    a[n - 2] = 0;
-    for (int32_t next = n - 3; next >= 0; --next) a[next] = a[a[next]] + 1;
-    int32_t avail = 1, used = 0, depth = 0, next = n - 1;
-    root = n - 2;
-    while (avail > 0) {
-        while (root >= 0 && int32_t(a[root]) == depth) {
-            ++used;
-            --root;
-        }
-        while (avail > used) {
-            a[next--] = uint32_t(depth);
-            --avail;
-        }
-        avail = 2 * used;
-        ++depth;
-        used = 0;
-    }
-}
 
 }  // namespace
 
@@ -92,7 +55,7 @@ void build_lengths(const uint32_t* freq, int32_t n, uint8_t* len) {
         for (int32_t i = 0; i < n; ++i) order[i] = uint16_t(i);
         std::sort(order, order + n, [&](uint16_t x, uint16_t y) { return weight[x] < weight[y]; });
         for (int32_t i = 0; i < n; ++i) a[i] = weight[order[i]];
-        lengths_in_place(a, n);
+        zem::prefix_code_lengths(a, n);
         if (int32_t(a[0]) <= kMaxCodeLen) break;
         // Too deep: flatten the weights and build again. Rare (it takes a Fibonacci-like spread of
         // counts) and the loss from halving is a small fraction of a bit per symbol.

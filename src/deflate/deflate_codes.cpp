@@ -2,6 +2,7 @@
 // symbol counts, and the block header that carries their lengths.
 #include <algorithm>
 
+#include "core/prefix_code.h"
 #include "deflate/deflate_tables.h"
 
 namespace zem::deflate {
@@ -15,46 +16,6 @@ inline constexpr uint8_t kClenOrder[kClenSymbols] = {16, 17, 18, 0, 8, 7, 9, 6, 
 // coded alone with a 7-bit code (runs only shorten that).
 inline constexpr uint32_t kMaxHeaderBits = 14 + 3 * kClenSymbols + 7 * (kLitSymbols + kDistSymbols);
 static_assert(kMaxHeaderBits <= 2400);
-
-// Lengths of a Huffman code over w[0..n) ascending weights, computed in place: on return w[i]
-// is the code length of the i-th lightest symbol (the in-place method of Moffat and Katajainen,
-// which needs no tree nodes beyond the weight array). n >= 2.
-void tree_lengths(uint64_t* w, int n) {
-    int root = 0, leaf = 2;
-    w[0] += w[1];
-    for (int next = 1; next < n - 1; ++next) {
-        if (leaf >= n || w[root] < w[leaf]) {
-            w[next] = w[root];
-            w[root++] = uint64_t(next);
-        } else {
-            w[next] = w[leaf++];
-        }
-        if (leaf >= n || (root < next && w[root] < w[leaf])) {
-            w[next] += w[root];
-            w[root++] = uint64_t(next);
-        } else {
-            w[next] += w[leaf++];
-        }
-    }
-    w[n - 2] = 0;
-    for (int next = n - 3; next >= 0; --next) w[next] = w[w[next]] + 1;
-    int avail = 1, used = 0, depth = 0;
-    root = n - 2;
-    int next = n - 1;
-    while (avail > 0) {
-        while (root >= 0 && int(w[root]) == depth) {
-            ++used;
-            --root;
-        }
-        while (avail > used) {
-            w[next--] = uint64_t(depth);
-            --avail;
-        }
-        avail = 2 * used;
-        ++depth;
-        used = 0;
-    }
-}
 
 // Code lengths (at most `limit` bits) for `n` symbols with counts `freq`, into lens. Symbols with
 // a zero count get 0, except that the lowest unused ones are taken in until two symbols are
@@ -71,7 +32,7 @@ void build_lengths(const uint32_t* freq, uint32_t n, uint32_t limit, uint8_t* le
     std::sort(key, key + m);
     uint64_t w[kLitSymbols];
     for (uint32_t i = 0; i < m; ++i) w[i] = key[i] >> 9;
-    tree_lengths(w, int(m));
+    zem::prefix_code_lengths(w, int32_t(m));
     // Depth counts, with everything deeper than the limit moved up to it; then leaves are pushed
     // down one level at a time from the deepest level above the limit until the code is no
     // longer over-subscribed (each move takes one unit off the Kraft sum scaled by 2^limit).
