@@ -80,6 +80,11 @@ constexpr Schedule accel_start(uint32_t accel) { return {0, (uint64_t(accel) << 
 // nlit / 255, the offset and the wide copy's overrun, with a little to spare.
 inline constexpr size_t kWildSequenceRoom = 40;
 static_assert(kWildSequenceRoom >= 1 + 1 + 2 + kWildOverrun);
+// A match that starts in a separate dictionary ends at the dictionary's end or this many bytes
+// before the input's end, whichever comes first: a wider margin than kLastLiterals, which the
+// dictionary encoders' output is fixed by byte for byte.
+inline constexpr size_t kDictMatchEndMargin = 13;
+static_assert(kDictMatchEndMargin > kLastMatchStart);
 
 }  // namespace search
 
@@ -205,7 +210,7 @@ EncodeResult encode_block(const EncodeJob& j) {
             if (H == History::External && in_dict) {
                 // A match from the dictionary stops at the dictionary's end.
                 const uint8_t* lim = ip + (src_pos - q);
-                if (lim > E - 13) lim = E - 13;
+                if (lim > E - search::kDictMatchEndMargin) lim = E - search::kDictMatchEndMargin;
                 mlen = kMinMatch + extend_match(ip + kMinMatch, cand + kMinMatch, lim);
                 resume = ip + mlen;
             } else {
