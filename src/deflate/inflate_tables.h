@@ -14,6 +14,7 @@
 #include <stdint.h>
 
 #include "core/check.h"
+#include "deflate/symbol_tables.h"
 #include "zemdc.h"
 
 namespace zem::inflate {
@@ -53,15 +54,10 @@ inline constexpr uint32_t kCompactDistBaseGap = 1024;
 inline constexpr uint32_t kCompactMaxLit = 11;
 inline constexpr uint32_t kCompactMaxDist = 10;
 
-inline constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
-                                             31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
-inline constexpr uint8_t kLengthExtra[29] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
-                                             2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
-inline constexpr uint16_t kDistBase[30] = {1,    2,    3,    4,    5,    7,     9,     13,    17,  25,
-                                           33,   49,   65,   97,   129,  193,   257,   385,   513, 769,
-                                           1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
-inline constexpr uint8_t kDistExtra[30] = {0, 0, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6,
-                                           6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
+using rfc1951::kDistBase;
+using rfc1951::kDistExtra;
+using rfc1951::kLengthBase;
+using rfc1951::kLengthExtra;
 
 // The table of the fixed code, in the general layout, computed at compile time.
 extern const GeneralTables kFixedTables;
