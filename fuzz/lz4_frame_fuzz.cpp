@@ -23,6 +23,8 @@ std::vector<uint8_t> read_all(const uint8_t* data, size_t size, size_t piece, Lz
         *last = r.run(data, n, q, room);
         size -= give - n;
         got.insert(got.end(), buf, q);
+        // A frame's end with input left over: another frame may follow, so reading goes on.
+        if (*last == Lz4FrameResult::End && size > 0) continue;
         if (*last != Lz4FrameResult::Ok || (give == n && q == buf)) break;
     }
     return got;
