@@ -241,6 +241,38 @@ TEST(DeflatePrecompHeader, WholeStreamsInOneCallAndInPieces) {
     }
 }
 
+// Every output room from 1 byte up, each call's output ending at a guard page: closing a block
+// right after its last record must stay inside the room as much as the records themselves do.
+TEST(DeflatePrecompHeader, EveryRoomStaysInsideItsBuffer) {
+    uint8_t hdr[400];
+    uint32_t hlen = sizeof hdr, hbits = 0;
+    const Codes d = stat_codes(zt::compressible_bytes(5000, 12), std::vector<uint32_t>(kHash, 0), true);
+    ASSERT_EQ(zemsDeflateLZ77FastestGenHeader_8u(d.lit, d.dist, hdr, &hlen, &hbits), zemStatusOk);
+    const Bytes in = zt::compressible_bytes(700, 13);
+    // Below the header's bytes and one store no block can be opened.
+    for (uint32_t cap = hlen + 9; cap <= hlen + 200; ++cap) {
+        std::vector<uint32_t> head(kHash, 0);
+        Bytes comp;
+        const uint8_t* p = in.data();
+        uint32_t left = uint32_t(in.size()), idx = 0, nbits = 0, block = 0;
+        uint16_t code = 0;
+        while (block != 0x80000000u) {
+            zt::GuardedBuffer out(cap);
+            uint32_t n = left, dlen = cap;
+            ASSERT_NE(zemsDeflateLZ77FastestPrecompHeader_8u(&p, &n, &idx, in.data(), kWin, head.data(), kHash, d.lit,
+                                                             d.dist, out.data(), &dlen, &code, &nbits, zemDeflateFinish,
+                                                             hdr, hbits, &block),
+                      zemStatusNullPtr);
+            ASSERT_TRUE(dlen > 0 || n < left || block == 0x80000000u) << "no progress with room " << cap;
+            comp.insert(comp.end(), out.data(), out.data() + dlen);
+            left = n;
+        }
+        Bytes back;
+        ASSERT_TRUE(zlib_raw_inflate(comp, back, in.size())) << cap;
+        EXPECT_EQ(back, in) << cap;
+    }
+}
+
 TEST(DeflatePrecompHeader, ChecksArgumentsInOrder) {
     const Codes c = fixed_codes();
     const uint8_t src[8] = {};

@@ -13,10 +13,16 @@ inline constexpr uint32_t kFinalFlag = 0x80000000u;
 inline constexpr uint32_t kStreamDone = kFinalFlag;
 static_assert(kBlockInput < kFinalFlag);
 inline constexpr uint32_t kMaxHeaderBits = ZEM_DEFLATE_MAX_HEADER_BITS;
-// Opening a block: BFINAL and BTYPE, the header, then room for the first record.
-inline constexpr uint32_t kOpenRoom = (3 + kMaxHeaderBits + 7) / 8 + kStoreSlack;
+// Opening a block takes BFINAL and BTYPE and the header, written by 8-byte stores.
+constexpr uint32_t open_room(uint32_t header_bits) { return (3 + header_bits + 7) / 8 + kStoreSlack; }
 // The empty final block with the fixed code: BFINAL, BTYPE 1, end-of-block (seven zero bits).
 inline constexpr uint32_t kEmptyFinalBits = 3 + 7;
+// What the parse of a block leaves free beyond a record's room, for closing the block after its
+// last record: that record moves the output at most 6 bytes on (48 bits and fewer than 8
+// pending), then the end-of-block code (at most 15 bits) and the final padding take two stores
+// of 8 bytes, the second at most 2 bytes further on.
+inline constexpr uint32_t kCloseRoom = 8;
+static_assert(kRecordRoom + kCloseRoom >= (7 + kMaxRecordBits) / 8 + 2 + kStoreSlack);
 
 struct Block {
     uint32_t left;  // input still to go into the open block, 0 when none is open
@@ -62,7 +68,7 @@ zemStatus precomp(const Call& c, const uint8_t* header, uint32_t header_bits, ui
     for (;;) {
         if (b.left == 0) {
             if (p == end || (!to_end && size_t(end - p) <= kLookahead)) break;
-            if (o.room() < kOpenRoom) {
+            if (o.room() < open_room(header_bits)) {
                 st = zemStatusDstTooSmall;
                 break;
             }
@@ -74,7 +80,7 @@ zemStatus precomp(const Call& c, const uint8_t* header, uint32_t header_bits, ui
         // The block's own end is a flush point of the parse: no match crosses it.
         const bool block_ends_here = size_t(end - p) >= b.left;
         const Span s = c.span(p, block_ends_here ? p + b.left : end, to_end || block_ends_here);
-        EmitSink sink = o.sink(c, 0);
+        EmitSink sink = o.sink(c, kCloseRoom);
         const uint8_t* q = parse(s, sink);
         o.w = sink.w;
         b.left -= uint32_t(q - p);
@@ -84,7 +90,8 @@ zemStatus precomp(const Call& c, const uint8_t* header, uint32_t header_bits, ui
             break;
         }
         if (b.left != 0) break;  // the input ended inside the block
-        // The sink kept a record's room free, which the end-of-block code fits in.
+        // The sink kept kCloseRoom free after the last record: the end-of-block code and the
+        // final padding fit.
         end_of_block(o.w, c.lit_codes);
         if (b.final) {
             pad(o.w);
