@@ -65,7 +65,23 @@ Coder* make_deflater(int level, uint64_t) {
 
 uint64_t deflate_family_bound(uint64_t n) { return deflate_bound(size_t(n)); }
 
-class InflateCoder final : public Coder {
+// Decoders whose layer says when a stream has ended: at the end of the input the stream must
+// have ended, or the output filled first (the caller drains and calls again).
+class EndingDecoder : public Coder {
+  public:
+    zemStatus finish(uint8_t*& out, size_t& out_len) override {
+        const uint8_t* none = nullptr;
+        size_t zero = 0;
+        if (zemStatus st = feed(none, zero, out, out_len); st != zemStatusOk) return st;
+        if (ended_) return zemStatusOk;
+        return out_len ? zemStatus(zemStreamStatusTruncated) : zemStatus(zemStatusDstTooSmall);
+    }
+
+  protected:
+    bool ended_ = false;
+};
+
+class InflateCoder final : public EndingDecoder {
   public:
     explicit InflateCoder(Format f) : inf_(f) {}
     zemStatus feed(const uint8_t*& in, size_t& in_len, uint8_t*& out, size_t& out_len) override {
@@ -74,18 +90,10 @@ class InflateCoder final : public Coder {
         ended_ = r == InflateResult::End;
         return zemStatusOk;
     }
-    zemStatus finish(uint8_t*& out, size_t& out_len) override {
-        const uint8_t* none = nullptr;
-        size_t zero = 0;
-        if (zemStatus st = feed(none, zero, out, out_len); st != zemStatusOk) return st;
-        if (ended_) return zemStatusOk;
-        return out_len ? zemStatus(zemStreamStatusTruncated) : zemStatus(zemStatusDstTooSmall);
-    }
     const char* detail() const override { return "invalid data, bad CRC or bad length"; }
 
   private:
     Inflater inf_;
-    bool ended_ = false;
 };
 
 template <Format F>
@@ -164,7 +172,7 @@ class Bz2Encoder final : public Coder, VectorOutput {
     bool finished_ = false;
 };
 
-class Bz2Decoder final : public Coder {
+class Bz2Decoder final : public EndingDecoder {
   public:
     zemStatus feed(const uint8_t*& in, size_t& in_len, uint8_t*& out, size_t& out_len) override {
         size_t given = in_len;
@@ -176,18 +184,10 @@ class Bz2Decoder final : public Coder {
             default: return zemStreamStatusCorrupt;
         }
     }
-    zemStatus finish(uint8_t*& out, size_t& out_len) override {
-        const uint8_t* none = nullptr;
-        size_t zero = 0;
-        if (zemStatus st = feed(none, zero, out, out_len); st != zemStatusOk) return st;
-        if (ended_) return zemStatusOk;
-        return out_len ? zemStatus(zemStreamStatusTruncated) : zemStatus(zemStatusDstTooSmall);
-    }
     const char* detail() const override { return "invalid data or bad CRC"; }
 
   private:
     Bz2Reader r_;
-    bool ended_ = false;
 };
 
 Coder* make_bz2_encoder(int level, uint64_t) { return new Bz2Encoder(level); }
