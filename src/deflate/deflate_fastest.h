@@ -62,8 +62,6 @@ struct BitWriter {
     }
 };
 
-ZEM_INLINE uint32_t code_len(const zemDeflateHuffCode& c) { return c.len & 15u; }
-ZEM_INLINE uint32_t code_bits(const zemDeflateHuffCode& c) { return _bzhi_u32(c.code, code_len(c)); }
 
 // Writes symbols with the caller's codes; refuses a record when fewer than kRecordRoom bytes
 // remain, so nothing is ever stored past the capacity.

@@ -43,11 +43,6 @@ struct Bits {
     }
 };
 
-// A code's bits, with whatever a caller's table holds above its length dropped and the length
-// taken modulo 16, so that no table can make an append wider than the room rule allows.
-ZEM_INLINE uint32_t code_len(const zemDeflateHuffCode& c) { return c.len & 15u; }
-ZEM_INLINE uint32_t code_bits(const zemDeflateHuffCode& c) { return _bzhi_u32(c.code, code_len(c)); }
-
 ZEM_INLINE void put_distance(Bits& b, const zemDeflateHuffCode* dist_codes, uint32_t d) {
     const uint32_t s = dist_symbol(d);
     const uint32_t n = code_len(dist_codes[s]);

@@ -3,6 +3,7 @@
 // match finders must share exactly.
 #pragma once
 
+#include <immintrin.h>
 #include <nmmintrin.h>
 #include <stdint.h>
 
@@ -75,6 +76,11 @@ ZEM_INLINE uint32_t dist_symbol(uint32_t d) {
     return v < 256 ? kDistSym.sym[v] : kDistSym.sym[256 + ((v >> 7) & 255)];
 }
 static_assert(kDistSym.sym[0] == 0 && kDistSym.sym[256 + (32767 >> 7)] == 29 && kDistSym.sym[256 + 2] == 16);
+
+// A code's bits, with whatever a caller's table holds above its length dropped and the length
+// taken modulo 16, so that no table can make an append wider than the room rule allows.
+ZEM_INLINE uint32_t code_len(const zemDeflateHuffCode& c) { return c.len & 15u; }
+ZEM_INLINE uint32_t code_bits(const zemDeflateHuffCode& c) { return _bzhi_u32(c.code, code_len(c)); }
 
 // The chained scheme's hash: CRC-32C of four bytes from a zero accumulator.
 ZEM_INLINE uint32_t hash4(const uint8_t* p, uint32_t mask) { return _mm_crc32_u32(0, load32(p)) & mask; }
