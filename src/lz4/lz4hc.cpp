@@ -62,10 +62,89 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
         if (next.ready) unlink_two(e, next.m.pos - 2);
         return false;
     };
+    // Settling is a small state machine: second() looks for a wider match overlapping `a`,
+    // third() for one overlapping `b`; each step either writes what it settled or hands over.
+    // A full output ends the parse, dropping a plain search made ahead where one may have been.
+    // Both steps are forced inline: g++ outlines second(), and the parse then runs 2% more
+    // instructions (callgrind, levels 1/4/9 on text and binary).
+    enum class Step { kSecond, kThird, kSettled, kFull, kFullAhead };
+    Match a, b, c;
+    Match first;  // `a` as first found; a replacement that a later match would cut into gives way to it
+    auto second = [&]() __attribute__((always_inline)) -> Step {
+        for (;;) {
+            if (a.end() >= wide_end) return w.put(a) ? Step::kSettled : Step::kFull;
+            b = wide(a.end() - 2, a.pos, a.len);
+            if (b.len <= a.len) return w.put(a) ? Step::kSettled : Step::kFullAhead;
+            if (first.pos < a.pos && b.pos < first.end()) a = first;
+            if (b.pos - a.pos >= kReplaceDistance) return Step::kThird;
+            a = b;
+        }
+    };
+    auto third = [&]() __attribute__((always_inline)) -> Step {
+        for (;;) {
+            // Let the first match keep up to 18 bytes (one token nibble), taking them from the
+            // front of the second, which keeps at least four.
+            if (b.pos - a.pos < (uint32_t)kNibbleLen) {
+                int32_t keep = a.len < kNibbleLen ? a.len : kNibbleLen;
+                int32_t most = int32_t(b.pos - a.pos) + b.len - kMinMatch;
+                if (keep > most) keep = most;
+                int32_t cut = keep - int32_t(b.pos - a.pos);
+                if (cut > 0) {
+                    b.pos += (uint32_t)cut;
+                    b.len -= cut;
+                }
+            }
+            if (b.end() >= wide_end)
+                c.len = b.len;
+            else
+                c = wide(b.end() - 2, b.pos, b.len);
+            if (c.len <= b.len) {
+                if (b.pos < a.end()) a.len = int32_t(b.pos - a.pos);
+                return w.put(a) && w.put(b) ? Step::kSettled : Step::kFullAhead;
+            }
+            if (c.pos < a.end() + kReplaceDistance) {
+                if (c.pos >= a.end()) {
+                    // The third starts after the first: the first is final, the second gives way
+                    // to the third where they overlap.
+                    if (b.pos < a.end()) {
+                        int32_t cut = int32_t(a.end() - b.pos);
+                        b.pos += (uint32_t)cut;
+                        b.len -= cut;
+                        if (b.len < kMinMatch) b = c;
+                    }
+                    if (!w.put(a)) return Step::kFull;
+                    a = c;
+                    first = b;
+                    return Step::kSecond;
+                }
+                // The third reaches into the first: it takes the second's place.
+                b = c;
+                continue;
+            }
+            // The third lies beyond the first: write the first, shortened where the second begins,
+            // and move on by one candidate.
+            if (b.pos < a.end()) {
+                if (b.pos - a.pos < kShareWithin) {
+                    if (a.len > kNibbleLen) a.len = kNibbleLen;
+                    int32_t most = int32_t(b.pos - a.pos) + b.len - kMinMatch;
+                    if (a.len > most) a.len = most;
+                    int32_t cut = int32_t(a.end() - b.pos);
+                    if (cut > 0) {
+                        b.pos += (uint32_t)cut;
+                        b.len -= cut;
+                    }
+                } else {
+                    a.len = int32_t(b.pos - a.pos);
+                }
+            }
+            if (!w.put(a)) return Step::kFull;
+            a = b;
+            b = c;
+        }
+    };
     while ((int64_t)p <= search_last) {
         // The next search is at p + 1 if this one fails, else near the match's end.
         warm_chain(e, p + 1);
-        Match a;
         if (!kExtDict && next.ready && next.m.pos == p)
             a = next.m;
         else
@@ -75,89 +154,16 @@ bool parse(Encoder& e, Writer& w, uint32_t end) {
             ++p;
             continue;
         }
-        // `first` is the match as first found; a replacement that a later match would cut
-        // into gives way to it again.
-        Match first = a;
+        first = a;
         warm_chain(e, a.end() - 2);
         warm_chain(e, a.end());
-        Match b, c;
-    find_second:
-        if (a.end() >= wide_end) {
-            if (!w.put(a)) return false;
-            goto settled;
-        }
-        b = wide(a.end() - 2, a.pos, a.len);
-        if (b.len <= a.len) {
-            if (!w.put(a)) return stop_full();
-            goto settled;
-        }
-        if (first.pos < a.pos && b.pos < first.end()) a = first;
-        if (b.pos - a.pos < kReplaceDistance) {
-            a = b;
-            goto find_second;
-        }
-    find_third:
-        // Let the first match keep up to 18 bytes (one token nibble), taking them from the
-        // front of the second, which keeps at least four.
-        if (b.pos - a.pos < (uint32_t)kNibbleLen) {
-            int32_t keep = a.len < kNibbleLen ? a.len : kNibbleLen;
-            int32_t most = int32_t(b.pos - a.pos) + b.len - kMinMatch;
-            if (keep > most) keep = most;
-            int32_t cut = keep - int32_t(b.pos - a.pos);
-            if (cut > 0) {
-                b.pos += (uint32_t)cut;
-                b.len -= cut;
-            }
-        }
-        if (b.end() >= wide_end)
-            c.len = b.len;
-        else
-            c = wide(b.end() - 2, b.pos, b.len);
-        if (c.len <= b.len) {
-            if (b.pos < a.end()) a.len = int32_t(b.pos - a.pos);
-            if (!w.put(a) || !w.put(b)) return stop_full();
-            goto settled;
-        }
-        if (c.pos < a.end() + kReplaceDistance) {
-            if (c.pos >= a.end()) {
-                // The third starts after the first: the first is final, the second gives way
-                // to the third where they overlap.
-                if (b.pos < a.end()) {
-                    int32_t cut = int32_t(a.end() - b.pos);
-                    b.pos += (uint32_t)cut;
-                    b.len -= cut;
-                    if (b.len < kMinMatch) b = c;
-                }
-                if (!w.put(a)) return false;
-                a = c;
-                first = b;
-                goto find_second;
-            }
-            // The third reaches into the first: it takes the second's place.
-            b = c;
-            goto find_third;
-        }
-        // The third lies beyond the first: write the first, shortened where the second begins,
-        // and move on by one candidate.
-        if (b.pos < a.end()) {
-            if (b.pos - a.pos < kShareWithin) {
-                if (a.len > kNibbleLen) a.len = kNibbleLen;
-                int32_t most = int32_t(b.pos - a.pos) + b.len - kMinMatch;
-                if (a.len > most) a.len = most;
-                int32_t cut = int32_t(a.end() - b.pos);
-                if (cut > 0) {
-                    b.pos += (uint32_t)cut;
-                    b.len -= cut;
-                }
-            } else {
-                a.len = int32_t(b.pos - a.pos);
-            }
-        }
-        if (!w.put(a)) return false;
-        a = b;
-        b = c;
-        goto find_third;
-    settled:
+        Step step;
+        do {
+            step = second();
+            if (step == Step::kThird) step = third();
+        } while (step == Step::kSecond);
+        if (step == Step::kFull) return false;
+        if (step == Step::kFullAhead) return stop_full();
         p = w.anchor;
     }
     return true;
