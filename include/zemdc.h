@@ -889,7 +889,7 @@ ZEM_API zemStatus zemsEncodeHuff_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBit
 
 typedef enum zemLZOMethod {
     zemLZOFast = 0,      /* the fastest parse: one probe per position, greedy */
-    zemLZOStrong = 1,    /* hash chains and a lazy choice: smaller output, slower */
+    zemLZOStrong = 1,    /* a larger table and a lazy choice: smaller output, slower */
     zemLZOSegmented = 2  /* zemLZOStrong within independent segments of ZEM_LZO_SEGMENT_SIZE bytes */
 } zemLZOMethod;
 
@@ -898,7 +898,7 @@ typedef enum zemLZOMethod {
 typedef struct zemLZOState_8u zemLZOState_8u;
 
 /* Stores in *pSize the bytes of the state of a method for inputs of up to maxInputLen bytes
- * (32,784 for zemLZOFast, 393,232 for the others).
+ * (32,784 for zemLZOFast, 262,160 for the others).
  * Statuses: zemStatusNullPtr, zemStatusSize (maxInputLen above 0x7F000000), zemStatusBadArg (an
  * unknown method), zemStatusOk. */
 ZEM_API zemStatus zemsEncodeLZOGetSize(zemLZOMethod method, uint32_t maxInputLen, uint32_t* pSize);

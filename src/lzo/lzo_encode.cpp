@@ -22,14 +22,14 @@ uint32_t encode(const uint8_t* src, uint32_t n, uint8_t* dst, uint32_t cap, zemL
         MemZero(table, int32_t(4u << kFastHashBits));
         anchor = encode_fast(src, n, o, table);
     } else {
-        const Chains c{tables(state), (uint16_t*)(tables(state) + (1u << kStrongHashBits))};
-        MemZero(c.head, int32_t(4u << kStrongHashBits));
+        uint32_t* head = tables(state);
+        MemZero(head, int32_t(4u << kStrongHashBits));
         // The strong method is the segmented one with a single segment.
         const uint32_t seg_size = h->method == zemLZOSegmented ? kSegmentSize : kMaxInput;
         anchor = src;
         for (const uint8_t* seg = src; seg < end;) {
             const uint8_t* seg_end = size_t(end - seg) > seg_size ? seg + seg_size : end;
-            anchor = encode_strong(anchor, seg, seg_end, src, o, c);
+            anchor = encode_strong(anchor, seg, seg_end, src, o, head);
             seg = seg_end;
         }
     }

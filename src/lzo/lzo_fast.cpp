@@ -18,7 +18,7 @@ ZEM_INLINE uint32_t hash4(const uint8_t* p) {
 constexpr size_t kProbeMargin = 12;
 // Every 2^kSkipShift misses in a row lengthen the stride by one byte: on data that does not
 // compress the encoder soon moves several bytes per probe.
-constexpr unsigned kSkipShift = 3;
+constexpr unsigned kSkipShift = 2;
 
 }  // namespace
 

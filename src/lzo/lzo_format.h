@@ -181,19 +181,17 @@ struct StateHeader {
 
 // Fast method: one 4-byte hash table of positions.
 inline constexpr int kFastHashBits = 13;
-// Strong method: heads by a 16-bit hash of 4 bytes, and 16-bit backward links by position.
+// Strong method: heads by a 16-bit hash of 4 bytes.
 inline constexpr int kStrongHashBits = 16;
-inline constexpr uint32_t kChainSize = 65536;
-static_assert(kChainSize > kMaxDist, "a link reaches every distance the format allows");
 
 inline constexpr uint32_t kFastStateBytes = sizeof(StateHeader) + (4u << kFastHashBits);
-inline constexpr uint32_t kStrongStateBytes = sizeof(StateHeader) + (4u << kStrongHashBits) + 2 * kChainSize;
+inline constexpr uint32_t kStrongStateBytes = sizeof(StateHeader) + (4u << kStrongHashBits);
 
 // The segmented method compresses each segment of this size on its own.
 inline constexpr uint32_t kSegmentSize = ZEM_LZO_SEGMENT_SIZE;
 
 static_assert(worst_size(1000000) == ZEM_LZO_BOUND(1000000ull), "the header's bound is ours");
-static_assert(kFastStateBytes == 32784 && kStrongStateBytes == 393232, "the sizes the header documents");
+static_assert(kFastStateBytes == 32784 && kStrongStateBytes == 262160, "the sizes the header documents");
 
 // The encoders write the matches and the literals before them and return where the pending
 // literals start; the caller writes those and the end marker. The fast one takes the whole
@@ -202,13 +200,10 @@ const uint8_t* encode_fast(const uint8_t* src, size_t n, Out& o, uint32_t* table
 
 // The strong parse of one segment [seg, seg_end) of the input that starts at base: no match
 // reaches before seg or past seg_end, and `anchor` (<= seg) is where the literals still
-// pending from earlier segments start. The heads are cleared once per input; positions of
-// earlier segments in them are ignored, so that a segment parses the same on its own.
-struct Chains {
-    uint32_t* head;   // by hash: position + 1 of the newest entry, 0 for none
-    uint16_t* link;   // by position modulo kChainSize: distance to the previous entry, 0 for none
-};
+// pending from earlier segments start. `head` (by hash: position + 1 of the newest entry, 0
+// for none) is cleared once per input; positions of earlier segments in it are ignored, so
+// that a segment parses the same on its own.
 const uint8_t* encode_strong(const uint8_t* anchor, const uint8_t* seg, const uint8_t* seg_end,
-                             const uint8_t* base, Out& o, const Chains& c);
+                             const uint8_t* base, Out& o, uint32_t* head);
 
 }  // namespace zem::lzo
