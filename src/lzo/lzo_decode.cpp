@@ -9,6 +9,7 @@
 
 #include "core/bytes.h"
 #include "core/check.h"
+#include "core/match_copy.h"
 #include "core/mem.h"
 #include "lzo/lzo_format.h"
 
@@ -51,11 +52,10 @@ ZEM_INLINE void wild_match(uint8_t* d, size_t dist, size_t n) {
     } else if (dist >= 8) {
         for (size_t i = 0; i < n; i += 8) store64(d + i, load64(s + i));
     } else {
-        // A word that repeats with the match's period, stored at a whole number of periods.
-        uint8_t pat[8];
-        for (size_t k = 0; k < 8; ++k) pat[k] = s[k % dist];
-        const uint64_t w = load64(pat);
-        const size_t step = 8 / dist * dist;
+        // A word that repeats with the match's period, stored at a whole number of periods
+        // (its load reads into the margin).
+        const uint64_t w = period_word(s, dist);
+        const size_t step = kPeriod.step[dist];
         for (size_t i = 0; i < n; i += step) store64(d + i, w);
     }
 }
