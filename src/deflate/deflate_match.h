@@ -93,6 +93,9 @@ class Chains {
             if (d <= last_d || d > limit) break;
             last_d = d;
             const uint8_t* c = p - d;
+            // The next link is loaded before this candidate's bytes are judged, so that the two
+            // cache misses of a step overlap instead of following each other.
+            const uint32_t next = prev_[cand & win_mask_];
             // best < max, so the two bytes at best - 1 lie inside the input on both sides.
             if (load16(c + best - 1) == load16(p + best - 1) && load32(c) == first) {
                 const uint32_t len = match_len(p, c, max);
@@ -102,7 +105,7 @@ class Chains {
                     if (len >= nice) break;
                 }
             }
-            cand = prev_[cand & win_mask_];
+            cand = next;
         }
         return {best, best_d};
     }
