@@ -66,12 +66,16 @@ void run(const bench::Corpus& corpus) {
     const double ratio = packed ? double(corpus.total_bytes()) / double(packed) : 0;
     {
         bench::Table t(".bz2 decompress (libbz2 level 9 files)", corpus.total_bytes());
-        t.ours("zem::stream bz2 reader", [&] {
-            for (size_t i = 0; i < bz.size(); ++i) bench::keep(ours(bz[i], out[i]));
-        }, ratio);
-        t.peer("BZ2_bzBuffToBuffDecompress", [&] {
-            for (size_t i = 0; i < bz.size(); ++i) bench::keep(libbz2(bz[i], out[i]));
-        }, ratio);
+        t.in_turn({{bench::Kind::Ours, "zem::stream bz2 reader",
+                    [&] {
+                        for (size_t i = 0; i < bz.size(); ++i) bench::keep(ours(bz[i], out[i]));
+                    },
+                    ratio},
+                   {bench::Kind::Peer, "BZ2_bzBuffToBuffDecompress",
+                    [&] {
+                        for (size_t i = 0; i < bz.size(); ++i) bench::keep(libbz2(bz[i], out[i]));
+                    },
+                    ratio}});
     }
     // The block decoder alone: zero runs, move-to-front and the inverse transform, measured by
     // the block bytes it produces (before run-length decoding).

@@ -82,11 +82,11 @@ void run(const bench::Corpus& c) {
     check_round_trip(c, seg, "zemLZOSegmented");
     {
         bench::Table t("LZO compress", c.total_bytes());
-        t.ours("zemsEncodeLZO_8u fast", ours_fast, fast.ratio(c));
-        t.ours("zemsEncodeLZO_8u strong", ours_strong, strong.ratio(c));
-        t.ours("zemsEncodeLZO_8u segmented", ours_seg, seg.ratio(c));
-        t.peer("lzo1x_1_compress", lzo_1, ref1.ratio(c));
-        t.peer("lzo1x_1_15_compress", lzo_1_15, ref15.ratio(c));
+        t.in_turn({{bench::Kind::Ours, "zemsEncodeLZO_8u fast", ours_fast, fast.ratio(c)},
+                   {bench::Kind::Ours, "zemsEncodeLZO_8u strong", ours_strong, strong.ratio(c)},
+                   {bench::Kind::Ours, "zemsEncodeLZO_8u segmented", ours_seg, seg.ratio(c)},
+                   {bench::Kind::Peer, "lzo1x_1_compress", lzo_1, ref1.ratio(c)},
+                   {bench::Kind::Peer, "lzo1x_1_15_compress", lzo_1_15, ref15.ratio(c)}});
     }
 
     std::vector<Bytes> back;
@@ -116,10 +116,10 @@ void run(const bench::Corpus& c) {
         };
     };
     bench::Table t("LZO decompress (lzo1x_1 streams)", c.total_bytes());
-    t.ours("zemsDecodeLZOSafe_8u", ours_dec(zemsDecodeLZOSafe_8u), ref1.ratio(c));
-    t.ours("zemsDecodeLZO_8u", ours_dec(zemsDecodeLZO_8u), ref1.ratio(c));
-    t.peer("lzo1x_decompress_safe", lzo_dec(lzo1x_decompress_safe), ref1.ratio(c));
-    t.peer("lzo1x_decompress", lzo_dec(lzo1x_decompress), ref1.ratio(c));
+    t.in_turn({{bench::Kind::Ours, "zemsDecodeLZOSafe_8u", ours_dec(zemsDecodeLZOSafe_8u), ref1.ratio(c)},
+               {bench::Kind::Ours, "zemsDecodeLZO_8u", ours_dec(zemsDecodeLZO_8u), ref1.ratio(c)},
+               {bench::Kind::Peer, "lzo1x_decompress_safe", lzo_dec(lzo1x_decompress_safe), ref1.ratio(c)},
+               {bench::Kind::Peer, "lzo1x_decompress", lzo_dec(lzo1x_decompress), ref1.ratio(c)}});
 }
 
 }  // namespace

@@ -235,6 +235,24 @@ void Table::add(Kind kind, const std::string& name, uint64_t bytes, const std::f
     double t = time_best(pass);
     rows_.push_back({kind, name, double(bytes) / t / 1e6, ratio});
 }
+void Table::in_turn(const std::vector<Entry>& entries) {
+    const size_t n = entries.size();
+    std::vector<double> best(n, 1e30), spent(n, 0);
+    for (const Entry& e : entries) e.pass();  // warm caches and page in the output buffers
+    for (int round = 1;; ++round) {
+        for (size_t i = 0; i < n; ++i) {
+            const double t0 = now();
+            entries[i].pass();
+            const double t = now() - t0;
+            best[i] = std::min(best[i], t);
+            spent[i] += t;
+        }
+        const double least = *std::min_element(spent.begin(), spent.end());
+        if ((round >= g_options.min_runs && least >= g_options.min_seconds) || round >= 1000) break;
+    }
+    for (size_t i = 0; i < n; ++i)
+        rows_.push_back({entries[i].kind, entries[i].name, double(bytes_) / best[i] / 1e6, entries[i].ratio});
+}
 void Table::ours(const std::string& name, const std::function<void()>& pass, double ratio) {
     add(Kind::Ours, name, bytes_, pass, ratio);
 }
