@@ -110,22 +110,27 @@ ZEM_INLINE Result decode(const uint8_t* ip, size_t src_len, uint8_t* const dst, 
     }
     for (;;) {
         ZEM_LZO_NEED(1);
+    next:  // from the paths whose own test left a trailing word, so at least this byte, in the input
         t = *ip++;
         if (t >= 64) {
             len = (t >> 5) + 1;
-            ZEM_LZO_NEED(1);
-            dist = 1 + ((t >> 2) & 7) + (size_t(*ip++) << 3);
             // The most common instruction: at most 8 bytes, so one word when the distance
-            // allows, and its trailing literals as one more word.
-            if (ZEM_LIKELY(dist >= 8 && dist <= size_t(op - dst) && size_t(F - op) >= kMargin &&
-                           size_t(E - ip) >= kTrailWord)) {
-                store64(op, load64(op - dist));
-                op += len;
-                state = t & 3;
-                store32(op, load32(ip));
-                ip += state;
-                op += state;
-                continue;
+            // allows, and its trailing literals as one more word. The test for its distance
+            // byte is the test for the word after it.
+            if (ZEM_LIKELY(size_t(E - ip) > kTrailWord && size_t(F - op) >= kMargin)) {
+                dist = 1 + ((t >> 2) & 7) + (size_t(*ip++) << 3);
+                if (ZEM_LIKELY(dist >= 8 && dist <= size_t(op - dst))) {
+                    store64(op, load64(op - dist));
+                    op += len;
+                    state = t & 3;
+                    store32(op, load32(ip));
+                    ip += state;
+                    op += state;
+                    goto next;
+                }
+            } else {
+                ZEM_LZO_NEED(1);
+                dist = 1 + ((t >> 2) & 7) + (size_t(*ip++) << 3);
             }
         } else if (t >= 32) {
             len = t & 31;
@@ -171,15 +176,17 @@ ZEM_INLINE Result decode(const uint8_t* ip, size_t src_len, uint8_t* const dst, 
             exact_match(op, dist, len);
         }
         op += len;
-        // Its trailing literals, counted in the low bits of its second-to-last byte.
+        // Its trailing literals, counted in the low bits of its second-to-last byte. Whether
+        // there are any is hard to predict, so the word goes out either way (none: it is
+        // overwritten by what follows); the branch on the count mispredicted one match in three.
         state = ip[-2] & 3;
-        if (state == 0) continue;
         if (ZEM_LIKELY(size_t(E - ip) >= kTrailWord && size_t(F - op) >= kTrailWord)) {
             store32(op, load32(ip));
             ip += state;
             op += state;
-            continue;
+            goto next;
         }
+        if (state == 0) continue;
         len = state;
 
     literals:
