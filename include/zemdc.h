@@ -517,13 +517,16 @@ ZEM_API zemStatus zemsDeflateLZ77FastestGenHeader_8u(const zemDeflateHuffCode* p
                                                      const zemDeflateHuffCode* pDistCodes, uint8_t* pDstHeader,
                                                      uint32_t* pDstLen, uint32_t* pDstBits);
 
-/* The single-pass path: one probe of the level-0 head table (the three-byte running hash of
- * zemsDeflateUpdateHash_8u at level 0) per position, a match taken from four equal bytes on, each
- * literal or match written at once as Huffman bits with the caller's codes. The stream model is
- * the finders' (history from pWindow, at most winSize back, positions in the caller's numbering,
- * table entries checked before they are followed); positions inside long matches and inside long
- * literal runs are not all entered. Under zemDeflateNoFlush the last 262 bytes given are left
- * for the next call; the other flush values parse everything given. */
+/* The single-pass path: one probe of a head table per position, a match taken from four equal
+ * bytes on, each literal or match written at once as Huffman bits with the caller's codes. The
+ * table is keyed by a hash of the four bytes at a position (into the largest power of two within
+ * hashSize entries), not by the three-byte hash of zemsDeflateUpdateHash_8u at level 0: a
+ * preset dictionary is entered by running GetStat over it (its counts thrown away). The stream
+ * model is the finders' (history from pWindow, at most winSize back, positions in the caller's
+ * numbering, table entries checked before they are followed, so a table from any other source
+ * costs matches, never a wrong read); positions inside long matches and inside long literal runs
+ * are not all entered. Under zemDeflateNoFlush the last 262 bytes given are left for the next
+ * call; the other flush values parse everything given. */
 
 /* Input bytes per block of zemsDeflateLZ77FastestPrecompHeader_8u. */
 #define ZEM_DEFLATE_PRECOMP_BLOCK_SIZE 65536

@@ -17,7 +17,9 @@ zemStatus Call::check(bool with_output, bool bad_size) const {
 
 Span Call::span(const uint8_t* src, const uint8_t* end, bool to_end) const {
     const uint8_t* stop = to_end ? end : end - src > ptrdiff_t(kLookahead) ? end - kLookahead : src;
-    return Span{window, src, end, stop, *p_src_idx + uint32_t(src - *pp_src), win_size, head, hash_size - 1};
+    // The keys fill the largest power of two within the table (all of it, when it is one).
+    const uint32_t shift = 1 + uint32_t(__builtin_clz(hash_size));
+    return Span{window, src, end, stop, *p_src_idx + uint32_t(src - *pp_src), win_size, head, shift};
 }
 
 bool Output::open(const Call& c) {

@@ -167,14 +167,22 @@ bool Deflater::set_dictionary(const uint8_t* dict, size_t n) {
     const uint32_t m = uint32_t(n < kWin ? n : kWin);
     if (m < 4) {
         memcpy(buf_.data(), dict + (n - m), m);
+    } else if (level_ == 1) {
+        // The single-pass path keys its table its own way: its statistics pass enters the
+        // dictionary's positions as the parse will look for them.
+        memcpy(buf_.data(), dict + (n - m), m);
+        const uint8_t* p = buf_.data();
+        uint32_t left = m, idx = 0, lit[286] = {}, dist[30] = {};
+        zemsDeflateLZ77FastestGetStat_8u(&p, &left, &idx, buf_.data(), kWin, head_.data(), kHashSize, lit, dist,
+                                         zemDeflateFinish);
     } else {
         zemsDeflateDictionarySet_8u(dict, uint32_t(n), head_.data(), int32_t(kHashSize), prev_.data(), buf_.data(),
-                                    kWin, hash_level());
+                                    kWin, level_);
         // The dictionary load leaves its last 257 positions out (and short dictionaries
         // altogether); entering them lets the first bytes of input match there too.
         const uint32_t from = m >= 258 ? m - 257 : 0;
         zemsDeflateUpdateHash_8u(buf_.data() + from, from, m - from, head_.data(), kHashSize, prev_.data(), kWin,
-                                 hash_level());
+                                 level_);
     }
     have_ = parse_ = block_start_ = m;
     return true;

@@ -68,8 +68,6 @@ class Deflater {
     void fastest_block(uint32_t len, int32_t flush);
     const BlockCodes* open_block(const BlockCodes& bc, bool final);
     void took_bits(size_t end, uint16_t code, uint32_t n_bits);
-    // The hash scheme of this level's finder: level 1's single pass reads the level-0 table.
-    [[nodiscard]] int32_t hash_level() const { return level_ == 1 ? 0 : level_; }
     void emit_stored(const uint8_t* p, uint32_t n, bool final);
     void put(uint64_t v, uint32_t n);
     void align();
