@@ -19,7 +19,6 @@ constexpr size_t kProbeMargin = 12;
 // Every 2^kSkipShift misses in a row lengthen the stride by one byte: on data that does not
 // compress the encoder soon moves several bytes per probe.
 constexpr unsigned kSkipShift = 2;
-constexpr bool kBack = true;
 
 }  // namespace
 
@@ -43,7 +42,7 @@ const uint8_t* encode_fast(const uint8_t* src, size_t n, Out& o, uint32_t* table
             if (ZEM_UNLIKELY(ip > limit)) return anchor;
         }
         // A match found late often started earlier, among the bytes passed as literals.
-        while (kBack && ip > anchor && cand > src && ip[-1] == cand[-1]) {
+        while (ip > anchor && cand > src && ip[-1] == cand[-1]) {
             --ip;
             --cand;
         }
