@@ -102,9 +102,12 @@ void run(const bench::Corpus& c) {
             });
         });
         bench::Table t("zlib compress, level " + std::to_string(level), c.total_bytes());
-        t.ours("zem::stream zlib L" + std::to_string(level), [&] { bench::keep(ours(c, o, level)); }, r_ours);
-        t.peer("zlib compress2 L" + std::to_string(level), [&] { bench::keep(zlib(c, o, level)); }, r_zlib);
-        t.peer("libdeflate_zlib_compress L" + std::to_string(level), [&] { bench::keep(libdeflate(c, o, k)); }, r_ld);
+        t.in_turn({{bench::Kind::Ours, "zem::stream zlib L" + std::to_string(level),
+                    [&] { bench::keep(ours(c, o, level)); }, r_ours},
+                   {bench::Kind::Peer, "zlib compress2 L" + std::to_string(level),
+                    [&] { bench::keep(zlib(c, o, level)); }, r_zlib},
+                   {bench::Kind::Peer, "libdeflate_zlib_compress L" + std::to_string(level),
+                    [&] { bench::keep(libdeflate(c, o, k)); }, r_ld}});
         libdeflate_free_compressor(k);
     }
 
