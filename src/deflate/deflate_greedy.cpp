@@ -32,7 +32,11 @@ zemStatus parse(const FinderArgs& a) {
             continue;
         }
         f.out.match(m.len, m.dist);
-        if (m.len <= e.insert) f.chains.enter_to(p + m.len);
+        // (Left out explicitly: the next search would otherwise enter them on its way.)
+        if (m.len <= e.insert)
+            f.chains.enter_to(p + m.len);
+        else
+            f.chains.skip_to(p + m.len);
         p += m.len;
     }
     return f.finish(a, p, st);

@@ -70,6 +70,11 @@ class Chains {
         for (; ins_ < to; ++ins_) link(ins_);
     }
 
+    // Leaves the positions before `to` out of the tables.
+    ZEM_INLINE void skip_to(const uint8_t* to) {
+        if (to > ins_) ins_ = to;
+    }
+
     // The newest earlier position with p's hash, entering p (and any skipped position before it).
     ZEM_INLINE uint32_t take(const uint8_t* p) {
         if (p < ins_) return prev_[pos(p) & win_mask_];
