@@ -11,22 +11,7 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Syms = std::vector<uint16_t>;
-
-// Blocks with runs of every length that matters to the run-length rule (1..3, 4, 259, 260, 520)
-// between literal stretches, and equal bytes on both sides of a run's count.
-Bytes runny(size_t n, uint64_t seed) {
-    zt::Rng r(seed);
-    Bytes v;
-    static const uint32_t kLens[] = {1, 2, 3, 4, 5, 258, 259, 260, 263, 518, 519, 520, 1000};
-    while (v.size() < n) {
-        uint8_t b = uint8_t(r.below(4) == 0 ? r.next() : 'a' + r.below(3));
-        uint32_t len = r.below(3) ? 1 + r.below(6) : kLens[r.below(13)];
-        v.insert(v.end(), std::min<size_t>(len, n - v.size()), b);
-    }
-    return v;
-}
 
 // The encoding rule over a whole block: runs of 4..259 become four copies and a count.
 Bytes rle_model(const Bytes& in) {
@@ -135,7 +120,7 @@ Bytes in_use_of(const Bytes& v) {
 
 TEST(Rle, EncodesAsTheRuleWholeAndInPieces) {
     for (size_t n : {1, 3, 4, 5, 259, 260, 4096, 70000}) {
-        Bytes in = runny(n, n), want = rle_model(in);
+        Bytes in = zt::runs_bytes(n, n), want = rle_model(in);
         Rle st;
         EXPECT_EQ(rle_encode(in, st, in.size(), want.size() + 1), want) << n;
         Bytes in_use(256);
@@ -159,8 +144,8 @@ TEST(Rle, EncodesAsTheRuleWholeAndInPieces) {
 
 TEST(Rle, DecodesAnyBytesAsTheRuleWholeAndInPieces) {
     for (size_t n : {1, 2, 5, 17, 18, 33, 4096, 70000}) {
-        Bytes enc = rle_model(runny(n, n + 1));
-        Bytes noise = zt::random_bytes(n, n), runs = runny(n, n + 2);  // not well-formed
+        Bytes enc = rle_model(zt::runs_bytes(n, n + 1));
+        Bytes noise = zt::random_bytes(n, n), runs = zt::runs_bytes(n, n + 2);  // not well-formed
         for (const Bytes* in : {&enc, &noise, &runs}) {
             Bytes want = unrle_model(*in);
             zt::Rng rng(n);
@@ -213,7 +198,7 @@ TEST(Rle, OwedCopiesAndArguments) {
 }
 
 TEST(Dictionary, ReducesAndExpandsThroughTheInUseTable) {
-    Bytes block = runny(5000, 3);
+    Bytes block = zt::runs_bytes(5000, 3);
     for (size_t i = 0; i < block.size(); i += 97) block[i] = uint8_t(i * 7);
     Bytes in_use = in_use_of(block), work = block;
     uint32_t n = 0;
@@ -246,7 +231,7 @@ TEST(Dictionary, ReducesAndExpandsThroughTheInUseTable) {
 
 TEST(Mtf, BothDirectionsAgainstTheListRuleInPieces) {
     // Positions of every depth: text-like data with occasional bytes from the whole range.
-    Bytes block = runny(20000, 5);
+    Bytes block = zt::runs_bytes(20000, 5);
     zt::Rng r(9);
     for (auto& b : block)
         if (r.below(5) == 0) b = uint8_t(r.next());

@@ -12,23 +12,13 @@
 
 using zem::stream::Format;
 using zem::stream::InflateResult;
-using Bytes = std::vector<uint8_t>;
 
 namespace {
 
 // ---- reference encoders ----
 
 Bytes zlib_compress(const Bytes& in, Format f, int level, int strategy = Z_DEFAULT_STRATEGY) {
-    z_stream z{};
-    int wbits = f == Format::Raw ? -15 : f == Format::Zlib ? 15 : 31;
-    EXPECT_EQ(deflateInit2(&z, level, Z_DEFLATED, wbits, 9, strategy), Z_OK);
-    Bytes out(deflateBound(&z, in.size()) + 64);
-    z.next_in = const_cast<uint8_t*>(in.data()), z.avail_in = uInt(in.size());
-    z.next_out = out.data(), z.avail_out = uInt(out.size());
-    EXPECT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
-    out.resize(z.total_out);
-    deflateEnd(&z);
-    return out;
+    return zt::zlib_deflate(in, f == Format::Raw ? -15 : f == Format::Zlib ? 15 : 31, level, strategy);
 }
 
 Bytes libdeflate_compress(const Bytes& in, Format f, int level) {
@@ -180,12 +170,6 @@ TEST(InflateStream, RefusesDamagedStreams) {
 
 namespace {
 
-uint32_t reverse(uint32_t code, uint32_t len) {
-    uint32_t r = 0;
-    for (uint32_t i = 0; i < len; ++i) r |= ((code >> i) & 1) << (len - 1 - i);
-    return r;
-}
-
 // Canonical codes of a set of lengths, most significant bit first.
 std::vector<uint32_t> canonical(const std::vector<uint16_t>& lens) {
     uint32_t count[16] = {}, next[16] = {};
@@ -213,19 +197,7 @@ std::vector<uint16_t> random_code(size_t alphabet, const std::vector<uint32_t>& 
     return lens;
 }
 
-struct BitWriter {
-    Bytes bytes;
-    uint64_t acc = 0;
-    uint32_t n = 0;
-    void put(uint32_t v, uint32_t bits) {
-        for (acc |= uint64_t(v) << n, n += bits; n >= 8; n -= 8, acc >>= 8) bytes.push_back(uint8_t(acc));
-    }
-    void code(uint32_t c, uint32_t len) { put(reverse(c, len), len); }
-    Bytes finish() {
-        if (n) bytes.push_back(uint8_t(acc));
-        return bytes;
-    }
-};
+using BitWriter = zt::LsbBits;
 
 namespace zi = zem::inflate;
 
