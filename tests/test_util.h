@@ -4,6 +4,7 @@
 
 #include <bzlib.h>
 #include <gtest/gtest.h>
+#include <lz4.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "splitmix.h"
+#include "zemdc.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -177,6 +179,21 @@ inline Bytes libbz2_decompress(const uint8_t* p, size_t n, size_t cap) {
     EXPECT_EQ(BZ2_bzBuffToBuffDecompress((char*)out.data(), &len, (char*)p, unsigned(n), 0, 0), BZ_OK);
     out.resize(len);
     return out;
+}
+
+// An LZ4 block that liblz4 and ours both decode to exactly `want`, with the `dict_len` bytes at
+// `dict` as the history before it.
+inline void expect_lz4_block(const uint8_t* blk, size_t n, const Bytes& want, const uint8_t* dict = nullptr,
+                             int32_t dict_len = 0) {
+    Bytes theirs(want.size() + 1), ours(size_t(dict_len) + want.size() + 1);
+    EXPECT_EQ(LZ4_decompress_safe_usingDict((const char*)blk, (char*)theirs.data(), int(n), int(theirs.size()),
+                                            (const char*)dict, dict_len),
+              int(want.size()));
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), theirs.begin())) << "liblz4 decodes other bytes";
+    int32_t used = int32_t(n), produced = int32_t(want.size() + 1);
+    EXPECT_EQ(zemsDecodeLZ4Dict_8u(blk, &used, ours.data(), dict_len, &produced, dict, dict_len), zemStatusOk);
+    EXPECT_EQ(produced, int32_t(want.size()));
+    EXPECT_TRUE(std::equal(want.begin(), want.end(), ours.begin() + dict_len)) << "our decoder gives other bytes";
 }
 
 // What a command prints with `input` as its standard input; its exit status must be 0.
