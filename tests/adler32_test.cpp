@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

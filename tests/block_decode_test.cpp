@@ -1,14 +1,8 @@
 // The inverse transform and the fused block decoder: against the separate stages and a naive
 // forward transform, on libbz2's real blocks and on hostile symbols, with every buffer at a
 // guard page; and the Huffman stage read in single bytes and symbols.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "bz2_reader.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
@@ -17,8 +11,7 @@ using Syms = std::vector<uint16_t>;
 Bytes bwt_inv(const Bytes& last, int32_t index, zemStatus* st = nullptr) {
     uint32_t size = 0;
     EXPECT_EQ(zemsBWTInvGetSize_8u(int32_t(last.size()), &size), zemStatusOk);
-    zt::GuardedBuffer src(last.size()), dst(last.size()), buf(size);
-    src.assign(last.data(), last.size());
+    zt::GuardedBuffer src(last), dst(last.size()), buf(size);
     zemStatus r = zemsBWTInv_8u(src.data(), dst.data(), int32_t(last.size()), index, buf.data());
     if (st) *st = r;
     return Bytes(dst.data(), dst.data() + last.size());

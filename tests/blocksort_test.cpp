@@ -1,13 +1,7 @@
 // Block-sorting stages: run-length coding both ways, dictionary reduction, move-to-front and
 // zero-run coding, each against a plain model of its rule, whole and in pieces, with the
 // caller's buffers ending at guard pages.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
@@ -54,8 +48,7 @@ struct Rle {
 Bytes rle_encode(const Bytes& in, Rle& st, size_t in_step, size_t out_step, zt::Rng* rng = nullptr) {
     EXPECT_EQ(zemsEncodeRLEInit_BZ2_8u(st.p()), zemStatusOk);
     Bytes out;
-    zt::GuardedBuffer src(in.size());
-    src.assign(in.data(), in.size());
+    zt::GuardedBuffer src(in);
     const uint8_t* s = src.data();
     size_t left = in.size();
     while (left) {
@@ -211,8 +204,7 @@ TEST(Dictionary, ReducesAndExpandsThroughTheInUseTable) {
     EXPECT_EQ(zemsExpandDictionary_8u_I(in_use.data(), work.data(), int32_t(work.size()), int32_t(n) + 1),
               zemStatusError);
     EXPECT_EQ(work, reduced);
-    zt::GuardedBuffer g(work.size());
-    g.assign(work.data(), work.size());
+    zt::GuardedBuffer g(work);
     ASSERT_EQ(zemsExpandDictionary_8u_I(in_use.data(), g.data(), int32_t(work.size()), int32_t(n)), zemStatusOk);
     EXPECT_EQ(Bytes(g.data(), g.data() + work.size()), block);
 

@@ -1,13 +1,7 @@
 // The forward block sort: every hint against a plain sort of rotations on small blocks, every
 // hint agreeing on large blocks of the shapes that make rotation sorts slow, and the output
 // inverting back to the block.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

@@ -1,15 +1,9 @@
 // The .bz2 writer and the block Huffman stage under it: libbz2 and the bzip2 tool decode every
 // stream exactly, the output does not depend on how the input arrives, our streams are no larger
 // than libbz2's, and the Huffman stage keeps the format's limits and its output buffer.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "blocksort/huff_encode.h"
 #include "bz2_writer.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

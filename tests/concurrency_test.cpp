@@ -1,11 +1,8 @@
 // Every family called from several threads at once, each with its own states, tables and output
 // buffers over one shared read-only input: the results must equal a single-threaded run. Under
 // the tsan preset this is the suite that proves the library keeps no shared mutable state.
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <thread>
-#include <vector>
 
 #include "bz2_reader.h"
 #include "bz2_writer.h"
@@ -13,7 +10,6 @@
 #include "deflate_stream.h"
 #include "inflate_stream.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

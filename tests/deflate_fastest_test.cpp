@@ -1,12 +1,6 @@
 // The single-pass path: Fastest with the fixed code and with codes from GetStat, in pieces and at
 // guard pages, on garbage tables; PrecompHeader's whole streams; every stream through zlib.
-#include <gtest/gtest.h>
-#include <zlib.h>
-
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

@@ -1,10 +1,6 @@
 // The deflate writer: every level and format decodes with zlib, libdeflate and our inflate;
 // the bytes do not depend on how the input arrives; flushes and dictionaries interoperate.
-#include <gtest/gtest.h>
 #include <libdeflate.h>
-#include <zlib.h>
-
-#include <vector>
 
 #include "deflate_stream.h"
 #include "test_util.h"

@@ -1,12 +1,6 @@
 // Deflate compression primitives: the hash upkeep and the Huffman emission against small models,
 // the code and header generators through zlib, and the match finders on clean and garbage tables.
-#include <gtest/gtest.h>
-#include <zlib.h>
-
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 using Table = std::vector<uint32_t>;
 

@@ -1,14 +1,9 @@
 // Inflate: the table builder, the resumable decoder and the raw/zlib/gzip stream on top of them.
-#include <gtest/gtest.h>
 #include <libdeflate.h>
-#include <zlib.h>
-
-#include <vector>
 
 #include "deflate/inflate_tables.h"
 #include "inflate_stream.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 using zem::stream::Format;
 using zem::stream::InflateResult;
@@ -38,8 +33,7 @@ Bytes libdeflate_compress(const Bytes& in, Format f, int level) {
 // or, with `got`, handed back.
 Bytes one_shot(Format f, const Bytes& comp, size_t cap, InflateResult want = InflateResult::End,
                InflateResult* got = nullptr) {
-    zt::GuardedBuffer src(comp.size()), dst(cap);
-    src.assign(comp.data(), comp.size());
+    zt::GuardedBuffer src(comp), dst(cap);
     size_t n = 0;
     InflateResult r = zem::stream::inflate_buffer(f, src.data(), comp.size(), dst.data(), cap, &n);
     if (got) *got = r;
@@ -268,8 +262,7 @@ struct Call {
 Bytes decode_body(zemInflateState& st, const Bytes& body, size_t cap, uint32_t piece, uint64_t seed,
                   zemStatus* status = nullptr) {
     zt::Rng r(seed);
-    zt::GuardedBuffer in(body.size()), out(cap);
-    in.assign(body.data(), body.size());
+    zt::GuardedBuffer in(body), out(cap);
     Call c{in.data(), 0, out.data(), 0};
     size_t in_left = body.size();
     for (int guard = 0; guard < 10000000; ++guard) {

@@ -1,15 +1,9 @@
 // LZ4 block encoders: the default search is a plain model's, every block decodes with liblz4 and
 // ours (with and without a dictionary); outputs at guard pages; the bounded encoders at every
 // capacity; table sizes, clamping and argument order.
-#include <gtest/gtest.h>
 #include <immintrin.h>
-#include <string.h>
-
-#include <algorithm>
-#include <vector>
 
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

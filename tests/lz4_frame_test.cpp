@@ -1,7 +1,6 @@
 // The LZ4 frame layer: our frames through liblz4's frame decoder and liblz4's frames through
 // ours, for every block size, link mode and checksum option; input and output in odd pieces;
 // damaged and cut frames.
-#include <gtest/gtest.h>
 #include <lz4frame.h>
 
 #include "lz4_frame.h"

@@ -1,12 +1,6 @@
 // The LZ4 high-compression encoder: liblz4 decodes everything it writes; levels, the window
 // edge, history, dictionaries, the low limit and output that runs out.
-#include <gtest/gtest.h>
-#include <string.h>
-
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
@@ -192,8 +186,7 @@ TEST(LZ4HC, ShortInputsAreLiteralsAndTheWindowEndsAt65534) {
 // the prefix does). Input and output end at guard pages.
 TEST(LZ4HC, TightOutputEndsAtLastCompleteSequence) {
     Bytes in = zt::compressible_bytes(3000, 11);
-    zt::GuardedBuffer guarded_in(in.size());
-    guarded_in.assign(in.data(), in.size());
+    zt::GuardedBuffer guarded_in(in);
     Result whole = encode_fresh(in, 9);
     expect_round_trip(in, whole);
     auto seqs = walk(whole.out);

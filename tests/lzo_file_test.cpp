@@ -1,20 +1,12 @@
 // .lzo files against the lzop tool both ways, the incremental reader and writer, damaged files,
 // and the join of separately compressed segments.
-#include <gtest/gtest.h>
 #include <lzo/lzo1x.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <string>
-#include <vector>
 
 #include "lzo_file.h"
 #include "test_util.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using zem::stream::LzoResult;
 
 // A scratch directory for the files that lzop reads and writes.

@@ -1,12 +1,7 @@
 // LZSS: the encoder against a plain model of its search, the stream across any split of input and
 // output, and the decoder on hostile input, with every buffer ending at a guard page.
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "lzss/lzss.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 

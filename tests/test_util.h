@@ -1,4 +1,5 @@
-// Helpers shared by the suites: guard-page buffers, deterministic data, the reference codecs as
+// What every suite starts from: GoogleTest, the library's header, the standard containers and
+// the reference codecs' headers; guard-page buffers, deterministic data, the reference codecs as
 // oracles, and the plain definitions that more than one suite checks against.
 #pragma once
 

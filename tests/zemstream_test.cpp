@@ -1,10 +1,7 @@
 // The C API of the stream layers: one-call and incremental use of every container this build
 // offers, against zlib and liblz4, with outputs that end at a guard page and inputs that are
 // cut, damaged or too large for the output.
-#include <gtest/gtest.h>
 #include <lz4frame.h>
-
-#include <string.h>
 
 #include "test_util.h"
 #include "zemstream.h"
