@@ -68,9 +68,8 @@ TEST(BwtForward, RepetitiveBlocksAgreeAcrossHints) {
     blocks.push_back(Bytes(n, 'a'));
     blocks.push_back(periodic(n, {'a', 'b', 'c'}));
     blocks.push_back(periodic(n + 1, {'x', 'y'}));  // not a whole number of periods
-    Bytes half = zt::compressible_bytes(n / 2, 3);
-    Bytes doubled = half;
-    doubled.insert(doubled.end(), half.begin(), half.end());
+    const Bytes half = zt::compressible_bytes(n / 2, 3);
+    Bytes doubled = zt::cat(half, half);
     blocks.push_back(doubled);
     doubled[n / 3] ^= 1;  // nearly doubled: primitive, with repeats of n/2
     blocks.push_back(doubled);

@@ -81,10 +81,8 @@ TEST(Bz2Reader, DecodesEveryLevelOfLibbz2) {
 }
 
 TEST(Bz2Reader, StreamsOneAfterAnotherAndTheBzip2Tool) {
-    Bytes a = zt::compressible_bytes(150000, 1), b(5000, 'b'), both = a;
-    both.insert(both.end(), b.begin(), b.end());
-    Bytes file = zt::libbz2_compress(a, 1), second = zt::libbz2_compress(b, 9);
-    file.insert(file.end(), second.begin(), second.end());
+    const Bytes a = zt::compressible_bytes(150000, 1), b(5000, 'b'), both = zt::cat(a, b);
+    const Bytes file = zt::cat(zt::libbz2_compress(a, 1), zt::libbz2_compress(b, 9));
     Bytes got;
     ASSERT_EQ(one_shot(file, got, both.size()), Bz2Result::End);
     EXPECT_EQ(got, both);

@@ -29,9 +29,7 @@ TEST(Bz2Writer, LibbzDecodesEveryLevelAndBlockEdge) {
 }
 
 TEST(Bz2Writer, BzipToolDecodesAndPiecesDoNotMatter) {
-    Bytes in = zt::runs_bytes(250000, 7);
-    Bytes in2 = zt::compressible_bytes(150000, 8);
-    in.insert(in.end(), in2.begin(), in2.end());
+    const Bytes in = zt::cat(zt::runs_bytes(250000, 7), zt::compressible_bytes(150000, 8));
     Bytes whole = bz2_compress(in.data(), in.size(), 1);
 
     zt::Rng r(11);

@@ -75,9 +75,9 @@ const Format kFormats[] = {Format::Raw, Format::Zlib, Format::Gzip};
 // ---------------------------------------------------------------- streams of the reference encoders
 
 TEST(InflateStream, DecodesEveryReferenceLevelStrategyAndFormat) {
-    Bytes mixed = zt::compressible_bytes(150000, 3), rnd = zt::random_bytes(3000, 4);
-    mixed.insert(mixed.end(), rnd.begin(), rnd.end());
-    for (const Bytes& in : {zt::compressible_bytes(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'), Bytes{}, Bytes{42}}) {
+    const Bytes mixed = zt::cat(zt::compressible_bytes(150000, 3), zt::random_bytes(3000, 4));
+    for (const Bytes& in :
+         {zt::compressible_bytes(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'), Bytes{}, Bytes{42}}) {
         for (Format f : kFormats) {
             for (int level = 0; level <= 9; ++level)
                 ASSERT_EQ(one_shot(f, zlib_compress(in, f, level), in.size()), in) << level;
@@ -106,9 +106,8 @@ TEST(InflateStream, ResumesAtAnyByteWithAndWithoutWindow) {
 
 TEST(InflateStream, GzipMembersFollowEachOther) {
     Bytes a = zt::compressible_bytes(50000, 11), b = zt::compressible_bytes(40000, 12);
-    Bytes comp = zlib_compress(a, Format::Gzip, 6), second = libdeflate_compress(b, Format::Gzip, 9);
-    comp.insert(comp.end(), second.begin(), second.end());
-    a.insert(a.end(), b.begin(), b.end());
+    const Bytes comp = zt::cat(zlib_compress(a, Format::Gzip, 6), libdeflate_compress(b, Format::Gzip, 9));
+    a = zt::cat(a, b);
     EXPECT_EQ(one_shot(Format::Gzip, comp, a.size()), a);
     EXPECT_EQ(pieces(Format::Gzip, comp, a.size(), 5, 13, false), a);
     // After the last member the stream stays ended until more input comes.

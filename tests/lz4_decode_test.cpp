@@ -135,8 +135,7 @@ TEST(Lz4Decode, LiblzStreamBlocksWithSeparateAndPrefixDictionary) {
     Bytes dict = zt::compressible_bytes(65536 + 3000, 77);
     const int32_t dl = (int32_t)dict.size();
     for (size_t n : {20, 100000}) {
-        Bytes src(dict.end() - 40000, dict.end()), more = zt::compressible_bytes(n, n + 1);
-        src.insert(src.end(), more.begin(), more.end());
+        const Bytes src = zt::cat(Bytes(dict.end() - 40000, dict.end()), zt::compressible_bytes(n, n + 1));
         LZ4_stream_t* s = LZ4_createStream();
         LZ4_loadDict(s, (const char*)dict.data(), dl);
         Bytes blk((size_t)LZ4_compressBound((int)src.size()));

@@ -206,9 +206,8 @@ TEST(Lz4EncodeDict, HistoryInPlaceAndSeparateDictionary) {
     const Bytes dict = zt::compressible_bytes(40000, 11);
     const int32_t dl = (int32_t)dict.size();
     for (size_t n : {30, 2000, 100000}) {
-        Bytes src(dict.begin() + 1000, dict.begin() + 1000 + (long)std::min<size_t>(n, 30000));
-        Bytes more = zt::compressible_bytes(n - src.size(), n);
-        src.insert(src.end(), more.begin(), more.end());
+        const Bytes src = zt::cat(Bytes(dict.begin() + 1000, dict.begin() + 1000 + (long)std::min<size_t>(n, 30000)),
+                                  zt::compressible_bytes(n - std::min<size_t>(n, 30000), n));
         ASSERT_EQ(zemsEncodeLZ4DictHashTableInit_8u(table.data(), 1), 0);
         ASSERT_EQ(zemsEncodeLZ4LoadDict_8u(table.data(), dict.data(), dl), 0);
         ASSERT_EQ(zemsEncodeLZ4Dict_8u(src.data(), dl, (int32_t)n, out.data(), &w, table.data(), dict.data(), dl), 0);

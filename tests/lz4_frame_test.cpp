@@ -164,10 +164,8 @@ TEST(Lz4Frame, Liblz4FramesConcatenatedWithSkippableOnes) {
     Bytes stream = liblz4_encode(a, LZ4F_max64KB, true, true, 9);
     const uint8_t skippable[] = {0x5A, 0x2A, 0x4D, 0x18, 3, 0, 0, 0, 'x', 'y', 'z'};
     stream.insert(stream.end(), skippable, skippable + sizeof skippable);
-    auto fb = liblz4_encode(b, LZ4F_max256KB, false, false, 1);
-    stream.insert(stream.end(), fb.begin(), fb.end());
-    auto expect = a;
-    expect.insert(expect.end(), b.begin(), b.end());
+    stream = zt::cat(stream, liblz4_encode(b, LZ4F_max256KB, false, false, 1));
+    const Bytes expect = zt::cat(a, b);
     for (size_t piece : {size_t(1) << 20, size_t(4093), size_t(7)}) {
         auto got = read_frames(stream, piece);
         EXPECT_TRUE(got.clean_end);
