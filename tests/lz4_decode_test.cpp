@@ -160,18 +160,8 @@ TEST(Lz4Decode, LiblzStreamBlocksWithSeparateAndPrefixDictionary) {
 
 // A hand-made sequence; off < 0 gives the final literals-only one.
 Bytes seq(size_t lit, uint8_t c, int off = -1, size_t mlen = 4) {
-    size_t m = mlen - 4;
-    Bytes b{uint8_t((lit < 15 ? lit : 15) << 4 | (m < 15 ? m : 15))};
-    auto ext = [&](size_t r) {
-        for (; r >= 255; r -= 255) b.push_back(255);
-        b.push_back(uint8_t(r));
-    };
-    if (lit >= 15) ext(lit - 15);
-    b.insert(b.end(), lit, c);
-    if (off < 0) return b;
-    b.push_back(uint8_t(off));
-    b.push_back(uint8_t(off >> 8));
-    if (m >= 15) ext(m - 15);
+    Bytes b;
+    zt::lz4_append(b, Bytes(lit, c).data(), lit, off, mlen);
     return b;
 }
 using zt::cat;

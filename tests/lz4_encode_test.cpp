@@ -46,14 +46,6 @@ Bytes model_block(const Bytes& in) {
         memcpy(&v, s + p, 4);
         return v;
     };
-    auto length = [&](size_t v) {  // the extension bytes of a length part of 15 or more
-        for (v -= 15; v >= 255; v -= 255) out.push_back(255);
-        out.push_back(uint8_t(v));
-    };
-    auto token = [&](size_t lit, size_t ml) {
-        out.push_back(uint8_t(std::min<size_t>(lit, 15) << 4 | std::min<size_t>(ml, 15)));
-        if (lit >= 15) length(lit);
-    };
     size_t anchor = 0;
     if (n > 44) {
         const size_t probe_end = n - 44, limit = n - 5;
@@ -81,19 +73,14 @@ Bytes model_block(const Bytes& in) {
             while (ip + len < limit && s[ip + len] == s[q + len]) ++len;
             const size_t resume = ip + len;
             for (; ip > anchor && q > 0 && s[ip - 1] == s[q - 1]; --ip, --q) ++len;
-            token(ip - anchor, len - 4);
-            out.insert(out.end(), s + anchor, s + ip);
-            out.push_back(uint8_t(ip - q));
-            out.push_back(uint8_t((ip - q) >> 8));
-            if (len - 4 >= 15) length(len - 4);
+            zt::lz4_append(out, s + anchor, ip - anchor, int(ip - q), len);
             anchor = ip = resume;
             dense = len < 64 ? 48 : 0;
             counter = 128;
             shift = 6;
         }
     }
-    token(n - anchor, 0);  // the closing literals
-    out.insert(out.end(), s + anchor, s + n);
+    zt::lz4_append(out, s + anchor, n - anchor);  // the closing literals
     return out;
 }
 

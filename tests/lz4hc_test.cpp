@@ -66,18 +66,6 @@ std::vector<Seq> walk(const Bytes& b) {
     return seqs;
 }
 
-// The block completed with `n` bytes at `p` as its final literal run.
-Bytes with_literals(Bytes b, const uint8_t* p, size_t n) {
-    b.push_back(uint8_t(n >= 15 ? 0xF0 : n << 4));
-    if (n >= 15) {
-        size_t r = n - 15;
-        for (; r >= 255; r -= 255) b.push_back(255);
-        b.push_back(uint8_t(r));
-    }
-    b.insert(b.end(), p, p + n);
-    return b;
-}
-
 TEST(LZ4HC, TableSizesAndInit) {
     int32_t hs = 0, cs = 0;
     EXPECT_EQ(zemsEncodeLZ4HCHashTableGetSize_8u(nullptr, &cs), zemStatusNullPtr);
@@ -272,9 +260,8 @@ TEST(LZ4HC, StoppedStreamDecodesExactly) {
             // A stopped block ends after a match; with the rest as one literal run it must give
             // the whole remaining input.
             const Bytes rest(all.begin() + pos, all.end());
-            const Bytes blk = last.status ? with_literals(last.out, all.data() + pos + last.consumed,
-                                                          rest.size() - (size_t)last.consumed)
-                                          : last.out;
+            Bytes blk = last.out;
+            if (last.status) zt::lz4_append(blk, all.data() + pos + last.consumed, rest.size() - (size_t)last.consumed);
             zt::expect_lz4_block(blk.data(), blk.size(), rest, all.data(), pos);
             ASSERT_FALSE(HasFailure()) << pos;
             pos += last.consumed;

@@ -197,6 +197,22 @@ inline void expect_lz4_block(const uint8_t* blk, size_t n, const Bytes& want, co
     EXPECT_TRUE(std::equal(want.begin(), want.end(), ours.begin() + dict_len)) << "our decoder gives other bytes";
 }
 
+// Appends one LZ4 sequence: `n` literals, then a match of `mlen` bytes at offset `off`; with
+// `off` below 0 the literals alone, as a block's last sequence.
+inline void lz4_append(Bytes& b, const uint8_t* lit, size_t n, int off = -1, size_t mlen = 4) {
+    auto ext = [&](size_t r) {  // what a length part of 15 leaves to the extension bytes
+        for (; r >= 255; r -= 255) b.push_back(255);
+        b.push_back(uint8_t(r));
+    };
+    const size_t m = off < 0 ? 0 : mlen - 4;
+    b.push_back(uint8_t(std::min<size_t>(n, 15) << 4 | std::min<size_t>(m, 15)));
+    if (n >= 15) ext(n - 15);
+    b.insert(b.end(), lit, lit + n);
+    if (off < 0) return;
+    b.push_back(uint8_t(off)), b.push_back(uint8_t(off >> 8));
+    if (m >= 15) ext(m - 15);
+}
+
 // What a command prints with `input` as its standard input; its exit status must be 0.
 inline Bytes tool_output(const std::string& cmd, const Bytes& input) {
     char path[] = "/tmp/zemdc_tool_XXXXXX";
