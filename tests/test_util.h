@@ -213,20 +213,25 @@ inline void lz4_append(Bytes& b, const uint8_t* lit, size_t n, int off = -1, siz
     if (m >= 15) ext(m - 15);
 }
 
-// What a command prints with `input` as its standard input; its exit status must be 0.
+// What a command prints when run in a scratch directory that holds `input` as the file `in`,
+// which is also its standard input; it must exit with status 0.
 inline Bytes tool_output(const std::string& cmd, const Bytes& input) {
-    char path[] = "/tmp/zemdc_tool_XXXXXX";
-    int fd = mkstemp(path);
-    EXPECT_GE(fd, 0);
-    EXPECT_EQ(write(fd, input.data(), input.size()), ssize_t(input.size()));
-    close(fd);
+    char dir[] = "/tmp/zemdc_tool_XXXXXX";
     Bytes out;
-    if (FILE* p = popen((cmd + " < " + path).c_str(), "r")) {
+    if (!mkdtemp(dir)) {
+        ADD_FAILURE() << "no scratch directory";
+        return out;
+    }
+    if (FILE* f = fopen((std::string(dir) + "/in").c_str(), "wb")) {
+        EXPECT_EQ(fwrite(input.data(), 1, input.size(), f), input.size());
+        fclose(f);
+    }
+    if (FILE* p = popen(("cd " + std::string(dir) + " && (" + cmd + ") < in").c_str(), "r")) {
         uint8_t buf[65536];
         for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.insert(out.end(), buf, buf + n);
         EXPECT_EQ(pclose(p), 0) << cmd;
     }
-    unlink(path);
+    EXPECT_EQ(system(("rm -rf " + std::string(dir)).c_str()), 0);
     return out;
 }
 
