@@ -1,8 +1,6 @@
 // The LZ4 frame layer: our frames through liblz4's frame decoder and liblz4's frames through
 // ours, for every block size, link mode and checksum option; input and output in odd pieces;
 // damaged and cut frames.
-#include <lz4frame.h>
-
 #include "lz4_frame.h"
 #include "test_util.h"
 
@@ -59,43 +57,6 @@ ReadResult read_frames(const Bytes& frame, size_t piece) {
     return res;
 }
 
-Bytes liblz4_decode(const Bytes& frame, size_t expect) {
-    LZ4F_dctx* d = nullptr;
-    LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
-    Bytes out(expect + 1);
-    size_t pos = 0, in_pos = 0, hint = 1;
-    while (in_pos < frame.size() && hint) {
-        size_t dst = out.size() - pos, src = frame.size() - in_pos;
-        hint = LZ4F_decompress(d, out.data() + pos, &dst, frame.data() + in_pos, &src, nullptr);
-        if (LZ4F_isError(hint)) {
-            ADD_FAILURE() << LZ4F_getErrorName(hint);
-            break;
-        }
-        pos += dst;
-        in_pos += src;
-    }
-    EXPECT_EQ(hint, 0u) << "frame not complete";
-    LZ4F_freeDecompressionContext(d);
-    out.resize(pos);
-    return out;
-}
-
-Bytes liblz4_encode(const Bytes& data, LZ4F_blockSizeID_t bs, bool linked,
-                                   bool checks, int level) {
-    LZ4F_preferences_t pr{};
-    pr.frameInfo.blockSizeID = bs;
-    pr.frameInfo.blockMode = linked ? LZ4F_blockLinked : LZ4F_blockIndependent;
-    pr.frameInfo.contentChecksumFlag = checks ? LZ4F_contentChecksumEnabled : LZ4F_noContentChecksum;
-    pr.frameInfo.blockChecksumFlag = checks ? LZ4F_blockChecksumEnabled : LZ4F_noBlockChecksum;
-    pr.frameInfo.contentSize = checks ? data.size() : 0;
-    pr.compressionLevel = level;
-    Bytes out(LZ4F_compressFrameBound(data.size(), &pr));
-    size_t n = LZ4F_compressFrame(out.data(), out.size(), data.data(), data.size(), &pr);
-    EXPECT_FALSE(LZ4F_isError(n));
-    out.resize(n);
-    return out;
-}
-
 }  // namespace
 
 TEST(Xxh32, KnownValuesAndAnySplit) {
@@ -135,7 +96,7 @@ TEST(Lz4Frame, OurFramesDecodeWithLiblz4AndOurs) {
                                         << opt.linked);
         auto frame = write_frame(opt, data, c.piece);
         EXPECT_LT(frame.size(), data.size() / 2);
-        EXPECT_EQ(liblz4_decode(frame, data.size()), data);
+        EXPECT_EQ(zt::lz4f_decompress(frame.data(), frame.size(), data.size()), data);
         auto back = read_frames(frame, 3001);
         EXPECT_TRUE(back.clean_end);
         EXPECT_EQ(back.data, data);
@@ -146,7 +107,7 @@ TEST(Lz4Frame, OurFramesDecodeWithLiblz4AndOurs) {
         const Lz4FrameOptions opt{.block_size = 64 << 10};
         auto frame = write_frame(opt, d, 1 << 20);
         EXPECT_LE(frame.size(), Lz4FrameWriter::bound(opt, d.size()));
-        EXPECT_EQ(liblz4_decode(frame, d.size()), d);
+        EXPECT_EQ(zt::lz4f_decompress(frame.data(), frame.size(), d.size()), d);
         EXPECT_EQ(read_frames(frame, 1 << 20).data, d);
     }
     // A declared size that the input does not match is refused at the end.
@@ -161,10 +122,10 @@ TEST(Lz4Frame, OurFramesDecodeWithLiblz4AndOurs) {
 
 TEST(Lz4Frame, Liblz4FramesConcatenatedWithSkippableOnes) {
     auto a = zt::compressible_bytes(300000, 21), b = zt::compressible_bytes(90000, 22);
-    Bytes stream = liblz4_encode(a, LZ4F_max64KB, true, true, 9);
+    Bytes stream = zt::lz4f_compress(a, LZ4F_max64KB, true, true, 9);
     const uint8_t skippable[] = {0x5A, 0x2A, 0x4D, 0x18, 3, 0, 0, 0, 'x', 'y', 'z'};
     stream.insert(stream.end(), skippable, skippable + sizeof skippable);
-    stream = zt::cat(stream, liblz4_encode(b, LZ4F_max256KB, false, false, 1));
+    stream = zt::cat(stream, zt::lz4f_compress(b, LZ4F_max256KB, false, false, 1));
     const Bytes expect = zt::cat(a, b);
     for (size_t piece : {size_t(1) << 20, size_t(4093), size_t(7)}) {
         auto got = read_frames(stream, piece);

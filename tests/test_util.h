@@ -6,6 +6,7 @@
 #include <bzlib.h>
 #include <gtest/gtest.h>
 #include <lz4.h>
+#include <lz4frame.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -211,6 +212,43 @@ inline void lz4_append(Bytes& b, const uint8_t* lit, size_t n, int off = -1, siz
     if (off < 0) return;
     b.push_back(uint8_t(off)), b.push_back(uint8_t(off >> 8));
     if (m >= 15) ext(m - 15);
+}
+
+// liblz4's frame, with checksums and the content size or with neither.
+inline Bytes lz4f_compress(const Bytes& data, LZ4F_blockSizeID_t bs, bool linked, bool checks, int level) {
+    LZ4F_preferences_t pr{};
+    pr.frameInfo.blockSizeID = bs;
+    pr.frameInfo.blockMode = linked ? LZ4F_blockLinked : LZ4F_blockIndependent;
+    pr.frameInfo.contentChecksumFlag = checks ? LZ4F_contentChecksumEnabled : LZ4F_noContentChecksum;
+    pr.frameInfo.blockChecksumFlag = checks ? LZ4F_blockChecksumEnabled : LZ4F_noBlockChecksum;
+    pr.frameInfo.contentSize = checks ? data.size() : 0;
+    pr.compressionLevel = level;
+    Bytes out(LZ4F_compressFrameBound(data.size(), &pr));
+    size_t n = LZ4F_compressFrame(out.data(), out.size(), data.data(), data.size(), &pr);
+    EXPECT_FALSE(LZ4F_isError(n));
+    out.resize(LZ4F_isError(n) ? 0 : n);
+    return out;
+}
+
+// liblz4's frame decoder over frames that must end exactly with the input.
+inline Bytes lz4f_decompress(const uint8_t* p, size_t n, size_t cap) {
+    LZ4F_dctx* d = nullptr;
+    LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
+    Bytes out(cap + 1);
+    size_t pos = 0, in_pos = 0, hint = 1;
+    while (in_pos < n && hint) {
+        size_t dst = out.size() - pos, src = n - in_pos;
+        hint = LZ4F_decompress(d, out.data() + pos, &dst, p + in_pos, &src, nullptr);
+        if (LZ4F_isError(hint)) {
+            ADD_FAILURE() << LZ4F_getErrorName(hint);
+            break;
+        }
+        pos += dst, in_pos += src;
+    }
+    EXPECT_EQ(hint, 0u) << "frame not complete";
+    LZ4F_freeDecompressionContext(d);
+    out.resize(pos);
+    return out;
 }
 
 // What a command prints when run in a scratch directory that holds `input` as the file `in`,
