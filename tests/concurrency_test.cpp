@@ -78,7 +78,8 @@ const struct {
          static const Bytes z = zt::zlib_deflate(in, 15);  // made by the first run, the one alone
          Bytes out(in.size());
          size_t n = 0;
-         EXPECT_EQ(zem::stream::inflate_buffer(zem::stream::Format::Zlib, z.data(), z.size(), out.data(), out.size(), &n),
+         using zem::stream::Format;
+         EXPECT_EQ(zem::stream::inflate_buffer(Format::Zlib, z.data(), z.size(), out.data(), out.size(), &n),
                    zem::stream::InflateResult::End);
          out.resize(n);
          EXPECT_EQ(out, in);

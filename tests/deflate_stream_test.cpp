@@ -86,7 +86,8 @@ TEST(DeflateStream, CompressesAboutAsWellAsZlib) {
     // Not a speed claim: a parse or block choice gone wrong shows here first.
     const Bytes in = zt::compressible_bytes(300000, 15);
     for (int level : {2, 6, 9})
-        EXPECT_LE(compress(Format::Zlib, level, in).size(), zt::zlib_deflate(in, 15, level).size() * 101 / 100) << level;
+        EXPECT_LE(compress(Format::Zlib, level, in).size(), zt::zlib_deflate(in, 15, level).size() * 101 / 100)
+            << level;
     EXPECT_LE(compress(Format::Raw, 6, zt::random_bytes(100000, 1)).size(), 100000u + 20);
 }
 

@@ -76,8 +76,8 @@ const Format kFormats[] = {Format::Raw, Format::Zlib, Format::Gzip};
 
 TEST(InflateStream, DecodesEveryReferenceLevelStrategyAndFormat) {
     const Bytes mixed = zt::cat(zt::compressible_bytes(150000, 3), zt::random_bytes(3000, 4));
-    for (const Bytes& in :
-         {zt::compressible_bytes(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'), Bytes{}, Bytes{42}}) {
+    for (const Bytes& in : {zt::compressible_bytes(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'),
+                            Bytes{}, Bytes{42}}) {
         for (Format f : kFormats) {
             for (int level = 0; level <= 9; ++level)
                 ASSERT_EQ(one_shot(f, zlib_compress(in, f, level), in.size()), in) << level;

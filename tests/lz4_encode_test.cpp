@@ -16,9 +16,10 @@ void check_bounded(const uint8_t* src, int32_t n, int32_t cap, uint8_t* table, i
     zt::GuardedBuffer g((size_t)cap);
     const Bytes* dd = dict ? dict : hist;  // the history both decoders get
     int32_t consumed = n, written = cap;
+    const int32_t dl = dict ? (int32_t)dict->size() : 0;
     zemStatus st = idx == 0 && !dict ? zemsEncodeLZ4Safe_8u(src, &consumed, g.data(), &written, table)
                                      : zemsEncodeLZ4DictSafe_8u(src, idx, &consumed, g.data(), &written, table,
-                                                                dict ? dict->data() : nullptr, dict ? (int32_t)dict->size() : 0);
+                                                                dict ? dict->data() : nullptr, dl);
     ASSERT_TRUE(st == 0 || st == 33);
     ASSERT_EQ(st == 0, consumed == n);
     ASSERT_LE(written, cap);
@@ -88,7 +89,8 @@ TEST(Lz4Encode, DefaultSearchIsThePlainModelAndEveryEncoderDecodes) {
     Bytes table(16384);
     std::vector<Bytes> inputs = {zt::random_bytes(65536, 5), zt::random_bytes(70000, 3), Bytes(200000, 0),
                                  Bytes(45, 'a'), Bytes(46, 'a')};
-    for (size_t n : {1, 12, 45, 46, 47, 100, 4000, 65535, 65536, 200000}) inputs.push_back(zt::compressible_bytes(n, n + 7));
+    for (size_t n : {1, 12, 45, 46, 47, 100, 4000, 65535, 65536, 200000})
+        inputs.push_back(zt::compressible_bytes(n, n + 7));
     Bytes runs(150000, 'x');  // long matches: no dense probes after them
     for (size_t i = 0; i < runs.size(); i += 997) runs[i] = uint8_t(i);
     inputs.push_back(runs);
