@@ -1,32 +1,11 @@
 // Block-sorting stages: run-length coding both ways, dictionary reduction, move-to-front and
 // zero-run coding, each against a plain model of its rule, whole and in pieces, with the
 // caller's buffers ending at guard pages.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using Syms = std::vector<uint16_t>;
-
-// Blocks with runs of every length that matters to the run-length rule (1..3, 4, 259, 260, 520)
-// between literal stretches, and equal bytes on both sides of a run's count.
-Bytes runny(size_t n, uint64_t seed) {
-    zt::Rng r(seed);
-    Bytes v;
-    static const uint32_t kLens[] = {1, 2, 3, 4, 5, 258, 259, 260, 263, 518, 519, 520, 1000};
-    while (v.size() < n) {
-        uint8_t b = uint8_t(r.below(4) == 0 ? r.next() : 'a' + r.below(3));
-        uint32_t len = r.below(3) ? 1 + r.below(6) : kLens[r.below(13)];
-        v.insert(v.end(), std::min<size_t>(len, n - v.size()), b);
-    }
-    return v;
-}
 
 // The encoding rule over a whole block: runs of 4..259 become four copies and a count.
 Bytes rle_model(const Bytes& in) {
@@ -69,8 +48,7 @@ struct Rle {
 Bytes rle_encode(const Bytes& in, Rle& st, size_t in_step, size_t out_step, zt::Rng* rng = nullptr) {
     EXPECT_EQ(zemsEncodeRLEInit_BZ2_8u(st.p()), zemStatusOk);
     Bytes out;
-    zt::GuardedBuffer src(in.size());
-    src.assign(in.data(), in.size());
+    zt::GuardedBuffer src(in);
     const uint8_t* s = src.data();
     size_t left = in.size();
     while (left) {
@@ -135,7 +113,7 @@ Bytes in_use_of(const Bytes& v) {
 
 TEST(Rle, EncodesAsTheRuleWholeAndInPieces) {
     for (size_t n : {1, 3, 4, 5, 259, 260, 4096, 70000}) {
-        Bytes in = runny(n, n), want = rle_model(in);
+        Bytes in = zt::runs_bytes(n, n), want = rle_model(in);
         Rle st;
         EXPECT_EQ(rle_encode(in, st, in.size(), want.size() + 1), want) << n;
         Bytes in_use(256);
@@ -159,8 +137,8 @@ TEST(Rle, EncodesAsTheRuleWholeAndInPieces) {
 
 TEST(Rle, DecodesAnyBytesAsTheRuleWholeAndInPieces) {
     for (size_t n : {1, 2, 5, 17, 18, 33, 4096, 70000}) {
-        Bytes enc = rle_model(runny(n, n + 1));
-        Bytes noise = zt::random_bytes(n, n), runs = runny(n, n + 2);  // not well-formed
+        Bytes enc = rle_model(zt::runs_bytes(n, n + 1));
+        Bytes noise = zt::random_bytes(n, n), runs = zt::runs_bytes(n, n + 2);  // not well-formed
         for (const Bytes* in : {&enc, &noise, &runs}) {
             Bytes want = unrle_model(*in);
             zt::Rng rng(n);
@@ -213,40 +191,35 @@ TEST(Rle, OwedCopiesAndArguments) {
 }
 
 TEST(Dictionary, ReducesAndExpandsThroughTheInUseTable) {
-    Bytes block = runny(5000, 3);
+    Bytes block = zt::runs_bytes(5000, 3), every(256);
     for (size_t i = 0; i < block.size(); i += 97) block[i] = uint8_t(i * 7);
-    Bytes in_use = in_use_of(block), work = block;
+    std::iota(every.begin(), every.end(), 0);  // every value in use: both ways are the identity
+    for (const Bytes& b : {block, every}) {
+        Bytes in_use = in_use_of(b), work = b;
+        uint32_t n = 0;
+        ASSERT_EQ(zemsReduceDictionary_8u_I(in_use.data(), work.data(), int32_t(work.size()), &n), zemStatusOk);
+        EXPECT_EQ(n, uint32_t(std::count(in_use.begin(), in_use.end(), 1)));
+        for (size_t i = 0; i < b.size(); ++i)
+            ASSERT_EQ(work[i], std::count(in_use.begin(), in_use.begin() + b[i], 1)) << i;
+        // A wrong size is refused before the buffer is touched.
+        const Bytes reduced = work;
+        EXPECT_EQ(zemsExpandDictionary_8u_I(in_use.data(), work.data(), int32_t(work.size()), int32_t(n) + 1),
+                  zemStatusError);
+        EXPECT_EQ(work, reduced);
+        zt::GuardedBuffer g(work);
+        ASSERT_EQ(zemsExpandDictionary_8u_I(in_use.data(), g.data(), int32_t(work.size()), int32_t(n)), zemStatusOk);
+        EXPECT_EQ(g.bytes(work.size()), b);
+    }
     uint32_t n = 0;
-    ASSERT_EQ(zemsReduceDictionary_8u_I(in_use.data(), work.data(), int32_t(work.size()), &n), zemStatusOk);
-    EXPECT_EQ(n, uint32_t(std::count(in_use.begin(), in_use.end(), 1)));
-    for (size_t i = 0; i < block.size(); ++i)
-        ASSERT_EQ(work[i], std::count(in_use.begin(), in_use.begin() + block[i], 1)) << i;
-    // A wrong size is refused before the buffer is touched.
-    Bytes reduced = work;
-    EXPECT_EQ(zemsExpandDictionary_8u_I(in_use.data(), work.data(), int32_t(work.size()), int32_t(n) + 1),
-              zemStatusError);
-    EXPECT_EQ(work, reduced);
-    zt::GuardedBuffer g(work.size());
-    g.assign(work.data(), work.size());
-    ASSERT_EQ(zemsExpandDictionary_8u_I(in_use.data(), g.data(), int32_t(work.size()), int32_t(n)), zemStatusOk);
-    EXPECT_EQ(Bytes(g.data(), g.data() + work.size()), block);
-
-    // With every value in use both are the identity.
-    Bytes all(256, 1), ident(256);
-    for (int v = 0; v < 256; ++v) ident[v] = uint8_t(v);
-    work = ident;
-    ASSERT_EQ(zemsReduceDictionary_8u_I(all.data(), work.data(), 256, &n), zemStatusOk);
-    EXPECT_EQ(n, 256u);
-    ASSERT_EQ(zemsExpandDictionary_8u_I(all.data(), work.data(), 256, 256), zemStatusOk);
-    EXPECT_EQ(work, ident);
+    const Bytes all(256, 1);
     EXPECT_EQ(zemsExpandDictionary_8u_I(all.data(), nullptr, 0, 0), zemStatusNullPtr);
-    EXPECT_EQ(zemsExpandDictionary_8u_I(all.data(), work.data(), 1, 0), zemStatusSize);
-    EXPECT_EQ(zemsReduceDictionary_8u_I(all.data(), work.data(), 0, &n), zemStatusSize);
+    EXPECT_EQ(zemsExpandDictionary_8u_I(all.data(), block.data(), 1, 0), zemStatusSize);
+    EXPECT_EQ(zemsReduceDictionary_8u_I(all.data(), block.data(), 0, &n), zemStatusSize);
 }
 
 TEST(Mtf, BothDirectionsAgainstTheListRuleInPieces) {
     // Positions of every depth: text-like data with occasional bytes from the whole range.
-    Bytes block = runny(20000, 5);
+    Bytes block = zt::runs_bytes(20000, 5);
     zt::Rng r(9);
     for (auto& b : block)
         if (r.below(5) == 0) b = uint8_t(r.next());

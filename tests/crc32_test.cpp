@@ -1,14 +1,11 @@
 // The CRC-32 family: every path on its own against zlib and bitwise references, the exported
 // entries' checks, and reads that stay inside the caller's buffer.
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <zlib.h>
 
 #include "checksum/crc32.h"
 #include "checksum/crc32_tables.h"
 #include "test_util.h"
 #include "zemcore.h"
-#include "zemdc.h"
 
 namespace {
 

@@ -1,34 +1,19 @@
 // Inflate: the table builder, the resumable decoder and the raw/zlib/gzip stream on top of them.
-#include <gtest/gtest.h>
 #include <libdeflate.h>
-#include <zlib.h>
-
-#include <vector>
 
 #include "deflate/inflate_tables.h"
 #include "inflate_stream.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 using zem::stream::Format;
 using zem::stream::InflateResult;
-using Bytes = std::vector<uint8_t>;
 
 namespace {
 
 // ---- reference encoders ----
 
 Bytes zlib_compress(const Bytes& in, Format f, int level, int strategy = Z_DEFAULT_STRATEGY) {
-    z_stream z{};
-    int wbits = f == Format::Raw ? -15 : f == Format::Zlib ? 15 : 31;
-    EXPECT_EQ(deflateInit2(&z, level, Z_DEFLATED, wbits, 9, strategy), Z_OK);
-    Bytes out(deflateBound(&z, in.size()) + 64);
-    z.next_in = const_cast<uint8_t*>(in.data()), z.avail_in = uInt(in.size());
-    z.next_out = out.data(), z.avail_out = uInt(out.size());
-    EXPECT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
-    out.resize(z.total_out);
-    deflateEnd(&z);
-    return out;
+    return zt::zlib_deflate(in, f == Format::Raw ? -15 : f == Format::Zlib ? 15 : 31, level, strategy);
 }
 
 Bytes libdeflate_compress(const Bytes& in, Format f, int level) {
@@ -48,8 +33,7 @@ Bytes libdeflate_compress(const Bytes& in, Format f, int level) {
 // or, with `got`, handed back.
 Bytes one_shot(Format f, const Bytes& comp, size_t cap, InflateResult want = InflateResult::End,
                InflateResult* got = nullptr) {
-    zt::GuardedBuffer src(comp.size()), dst(cap);
-    src.assign(comp.data(), comp.size());
+    zt::GuardedBuffer src(comp), dst(cap);
     size_t n = 0;
     InflateResult r = zem::stream::inflate_buffer(f, src.data(), comp.size(), dst.data(), cap, &n);
     if (got) *got = r;
@@ -91,9 +75,9 @@ const Format kFormats[] = {Format::Raw, Format::Zlib, Format::Gzip};
 // ---------------------------------------------------------------- streams of the reference encoders
 
 TEST(InflateStream, DecodesEveryReferenceLevelStrategyAndFormat) {
-    Bytes mixed = zt::compressible_bytes(150000, 3), rnd = zt::random_bytes(3000, 4);
-    mixed.insert(mixed.end(), rnd.begin(), rnd.end());
-    for (const Bytes& in : {zt::compressible_bytes(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'), Bytes{}, Bytes{42}}) {
+    const Bytes mixed = zt::cat(zt::compressible_bytes(150000, 3), zt::random_bytes(3000, 4));
+    for (const Bytes& in : {zt::compressible_bytes(200000, 1), mixed, zt::random_bytes(70000, 5), Bytes(100000, 'z'),
+                            Bytes{}, Bytes{42}}) {
         for (Format f : kFormats) {
             for (int level = 0; level <= 9; ++level)
                 ASSERT_EQ(one_shot(f, zlib_compress(in, f, level), in.size()), in) << level;
@@ -122,9 +106,8 @@ TEST(InflateStream, ResumesAtAnyByteWithAndWithoutWindow) {
 
 TEST(InflateStream, GzipMembersFollowEachOther) {
     Bytes a = zt::compressible_bytes(50000, 11), b = zt::compressible_bytes(40000, 12);
-    Bytes comp = zlib_compress(a, Format::Gzip, 6), second = libdeflate_compress(b, Format::Gzip, 9);
-    comp.insert(comp.end(), second.begin(), second.end());
-    a.insert(a.end(), b.begin(), b.end());
+    const Bytes comp = zt::cat(zlib_compress(a, Format::Gzip, 6), libdeflate_compress(b, Format::Gzip, 9));
+    a = zt::cat(a, b);
     EXPECT_EQ(one_shot(Format::Gzip, comp, a.size()), a);
     EXPECT_EQ(pieces(Format::Gzip, comp, a.size(), 5, 13, false), a);
     // After the last member the stream stays ended until more input comes.
@@ -180,12 +163,6 @@ TEST(InflateStream, RefusesDamagedStreams) {
 
 namespace {
 
-uint32_t reverse(uint32_t code, uint32_t len) {
-    uint32_t r = 0;
-    for (uint32_t i = 0; i < len; ++i) r |= ((code >> i) & 1) << (len - 1 - i);
-    return r;
-}
-
 // Canonical codes of a set of lengths, most significant bit first.
 std::vector<uint32_t> canonical(const std::vector<uint16_t>& lens) {
     uint32_t count[16] = {}, next[16] = {};
@@ -213,19 +190,7 @@ std::vector<uint16_t> random_code(size_t alphabet, const std::vector<uint32_t>& 
     return lens;
 }
 
-struct BitWriter {
-    Bytes bytes;
-    uint64_t acc = 0;
-    uint32_t n = 0;
-    void put(uint32_t v, uint32_t bits) {
-        for (acc |= uint64_t(v) << n, n += bits; n >= 8; n -= 8, acc >>= 8) bytes.push_back(uint8_t(acc));
-    }
-    void code(uint32_t c, uint32_t len) { put(reverse(c, len), len); }
-    Bytes finish() {
-        if (n) bytes.push_back(uint8_t(acc));
-        return bytes;
-    }
-};
+using BitWriter = zt::LsbBits;
 
 namespace zi = zem::inflate;
 
@@ -296,8 +261,7 @@ struct Call {
 Bytes decode_body(zemInflateState& st, const Bytes& body, size_t cap, uint32_t piece, uint64_t seed,
                   zemStatus* status = nullptr) {
     zt::Rng r(seed);
-    zt::GuardedBuffer in(body.size()), out(cap);
-    in.assign(body.data(), body.size());
+    zt::GuardedBuffer in(body), out(cap);
     Call c{in.data(), 0, out.data(), 0};
     size_t in_left = body.size();
     for (int guard = 0; guard < 10000000; ++guard) {

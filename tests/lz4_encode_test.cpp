@@ -1,30 +1,13 @@
-// LZ4 block encoders: every block decodes with liblz4 (with and without a dictionary); outputs at
-// guard pages; the bounded encoders at every capacity; table sizes, clamping and argument order.
-#include <gtest/gtest.h>
+// LZ4 block encoders: the default search is a plain model's, every block decodes with liblz4 and
+// ours (with and without a dictionary); outputs at guard pages; the bounded encoders at every
+// capacity; table sizes, clamping and argument order.
 #include <immintrin.h>
-#include <lz4.h>
-#include <string.h>
-
-#include <algorithm>
-#include <vector>
 
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 size_t bound(size_t n) { return ZEM_LZ4_BOUND(n); }
-
-// liblz4 decodes the block to exactly `want`.
-void expect_decodes(const uint8_t* blk, size_t n, const Bytes& want, const Bytes* dict = nullptr) {
-    Bytes out(want.size() + 1);
-    int got = LZ4_decompress_safe_usingDict((const char*)blk, (char*)out.data(), (int)n, (int)out.size(),
-                                            dict ? (const char*)dict->data() : nullptr, dict ? (int)dict->size() : 0);
-    ASSERT_EQ(got, (int)want.size());
-    ASSERT_EQ(0, memcmp(out.data(), want.data(), want.size()));
-}
 
 // The bounded dictionary encoder at capacity `cap` (output at a guard page): 0 with all of the
 // input, or 33 with a complete block of the consumed prefix, which both decoders read.
@@ -32,61 +15,20 @@ void check_bounded(const uint8_t* src, int32_t n, int32_t cap, uint8_t* table, i
                    const Bytes* hist = nullptr) {
     zt::GuardedBuffer g((size_t)cap);
     const Bytes* dd = dict ? dict : hist;  // the history both decoders get
-    const int32_t dl = dd ? (int32_t)dd->size() : 0;
     int32_t consumed = n, written = cap;
+    const int32_t dl = dict ? (int32_t)dict->size() : 0;
     zemStatus st = idx == 0 && !dict ? zemsEncodeLZ4Safe_8u(src, &consumed, g.data(), &written, table)
                                      : zemsEncodeLZ4DictSafe_8u(src, idx, &consumed, g.data(), &written, table,
-                                                                dict ? dict->data() : nullptr, dict ? dl : 0);
+                                                                dict ? dict->data() : nullptr, dl);
     ASSERT_TRUE(st == 0 || st == 33);
     ASSERT_EQ(st == 0, consumed == n);
     ASSERT_LE(written, cap);
-    const Bytes want(src, src + consumed);
     if (cap == 1) {  // a lone zero token, which our decoder calls short
-        ASSERT_EQ(st, 33);
-        ASSERT_EQ(written, 1);
-        ASSERT_EQ(consumed, 0);
-        ASSERT_EQ(g.data()[0], 0);
+        ASSERT_TRUE(st == 33 && written == 1 && consumed == 0 && g.data()[0] == 0);
         return;
     }
-    expect_decodes(g.data(), (size_t)written, want, dd);
-    Bytes out(dl + want.size() + 1);
-    int32_t c = written, p = (int32_t)want.size() + 1;
-    ASSERT_EQ(zemsDecodeLZ4Dict_8u(g.data(), &c, out.data(), dl, &p, dd ? dd->data() : nullptr, dl), 0);
-    ASSERT_EQ(p, consumed);
-    ASSERT_EQ(0, memcmp(out.data() + dl, want.data(), want.size()));
-}
-
-TEST(Lz4Encode, EveryEncoderDecodesWithLiblzAtAGuardPage) {
-    Bytes table(16384);
-    std::vector<Bytes> inputs = {zt::random_bytes(65536, 5), Bytes(200000, 0), zt::random_bytes(70000, 9)};
-    inputs.back().insert(inputs.back().end(), inputs.back().begin(), inputs.back().end());  // some repeats out of reach
-    for (size_t n : {1, 12, 45, 46, 100, 65535, 65536, 300000}) inputs.push_back(zt::compressible_bytes(n, n * 3 + 1));
-    // A long literal run, then one match just before the last probed position: the block is
-    // as close to the worst-case bound as a block with a match gets.
-    for (size_t n : {3000, 70000}) {
-        Bytes late = zt::random_bytes(n, n), tail = zt::random_bytes(44, 1);
-        late.insert(late.end(), late.begin(), late.begin() + 60);
-        late.insert(late.end(), tail.begin(), tail.end());
-        inputs.push_back(late);
-    }
-    for (const Bytes& src : inputs) {
-        const int32_t n = (int32_t)src.size();
-        zt::GuardedBuffer in(src.size()), out(bound(src.size()));
-        in.assign(src.data(), src.size());
-        int32_t written = -1, consumed = n;
-        ASSERT_EQ(zemsEncodeLZ4_8u(in.data(), n, out.data(), &written, table.data()), 0);
-        expect_decodes(out.data(), (size_t)written, src);
-        const Bytes dflt(out.data(), out.data() + written);
-        for (int accel : {1, 8, INT32_MAX}) {
-            ASSERT_EQ(zemsEncodeLZ4Fast_8u(in.data(), n, out.data(), &written, table.data(), accel), 0);
-            expect_decodes(out.data(), (size_t)written, src);
-            if (accel == 1) ASSERT_EQ(Bytes(out.data(), out.data() + written), dflt);
-        }
-        written = (int32_t)out.size();
-        ASSERT_EQ(zemsEncodeLZ4Safe_8u(in.data(), &consumed, out.data(), &written, table.data()), 0);
-        EXPECT_EQ(consumed, n);
-        ASSERT_EQ(Bytes(out.data(), out.data() + written), dflt);  // the same search
-    }
+    zt::expect_lz4_block(g.data(), (size_t)written, Bytes(src, src + consumed), dd ? dd->data() : nullptr,
+                         dd ? (int32_t)dd->size() : 0);
 }
 
 // The default search written plainly, one probe at a time: the CRC-32C hash of five bytes into
@@ -104,14 +46,6 @@ Bytes model_block(const Bytes& in) {
         uint32_t v;
         memcpy(&v, s + p, 4);
         return v;
-    };
-    auto length = [&](size_t v) {  // the extension bytes of a length part of 15 or more
-        for (v -= 15; v >= 255; v -= 255) out.push_back(255);
-        out.push_back(uint8_t(v));
-    };
-    auto token = [&](size_t lit, size_t ml) {
-        out.push_back(uint8_t(std::min<size_t>(lit, 15) << 4 | std::min<size_t>(ml, 15)));
-        if (lit >= 15) length(lit);
     };
     size_t anchor = 0;
     if (n > 44) {
@@ -140,76 +74,64 @@ Bytes model_block(const Bytes& in) {
             while (ip + len < limit && s[ip + len] == s[q + len]) ++len;
             const size_t resume = ip + len;
             for (; ip > anchor && q > 0 && s[ip - 1] == s[q - 1]; --ip, --q) ++len;
-            token(ip - anchor, len - 4);
-            out.insert(out.end(), s + anchor, s + ip);
-            out.push_back(uint8_t(ip - q));
-            out.push_back(uint8_t((ip - q) >> 8));
-            if (len - 4 >= 15) length(len - 4);
+            zt::lz4_append(out, s + anchor, ip - anchor, int(ip - q), len);
             anchor = ip = resume;
             dense = len < 64 ? 48 : 0;
             counter = 128;
             shift = 6;
         }
     }
-    token(n - anchor, 0);  // the closing literals
-    out.insert(out.end(), s + anchor, s + n);
+    zt::lz4_append(out, s + anchor, n - anchor);  // the closing literals
     return out;
 }
 
-TEST(Lz4Encode, DefaultSearchIsThePlainModel) {
+TEST(Lz4Encode, DefaultSearchIsThePlainModelAndEveryEncoderDecodes) {
     Bytes table(16384);
-    std::vector<Bytes> inputs;
-    for (size_t n : {45, 46, 47, 100, 4000, 65535, 65536, 200000}) inputs.push_back(zt::compressible_bytes(n, n + 7));
-    inputs.push_back(zt::random_bytes(70000, 3));  // strides to the end
-    Bytes runs(150000, 'x');                        // long matches: no dense probes after them
+    std::vector<Bytes> inputs = {zt::random_bytes(65536, 5), zt::random_bytes(70000, 3), Bytes(200000, 0),
+                                 Bytes(45, 'a'), Bytes(46, 'a')};
+    for (size_t n : {1, 12, 45, 46, 47, 100, 4000, 65535, 65536, 200000})
+        inputs.push_back(zt::compressible_bytes(n, n + 7));
+    Bytes runs(150000, 'x');  // long matches: no dense probes after them
     for (size_t i = 0; i < runs.size(); i += 997) runs[i] = uint8_t(i);
     inputs.push_back(runs);
     Bytes far = zt::random_bytes(66000, 4);  // repeats 66000 bytes back, out of an offset's reach
-    far.insert(far.end(), far.begin(), far.begin() + 40000);
-    inputs.push_back(far);
+    inputs.push_back(zt::cat(far, Bytes(far.begin(), far.begin() + 40000)));
     // Random bytes that end where the stride lands: the position 44 bytes before the end
-    // repeats the stride's previous position, and only a probe there would find it.
-    size_t prev = 65, p = 65;
-    for (size_t c = 64; p < 70000; prev = p, p += c++ >> 6) {
+    // repeats the stride's previous position, and only a probe there would find it. Then the
+    // same in the middle of a block, where a stride schedule off by one position misses it.
+    for (size_t stop : {70000, 20000}) {
+        size_t prev = 65, p = 65;
+        for (size_t c = 64; p < stop; prev = p, p += c++ >> 6) {
+        }
+        Bytes edge = zt::random_bytes(stop == 70000 ? p + 44 : 100000, stop == 70000 ? 6 : 8);
+        memcpy(edge.data() + p, edge.data() + prev, 8);
+        inputs.push_back(edge);
     }
-    Bytes edge = zt::random_bytes(p + 44, 6);
-    memcpy(edge.data() + p, edge.data() + prev, 8);
-    inputs.push_back(edge);
-    // The same in the middle of a block, where a stride schedule off by one position misses it.
-    prev = p = 65;
-    for (size_t c = 64; p < 20000; prev = p, p += c++ >> 6) {
+    // A long literal run, then one match just before the last probed position: the block is
+    // as close to the worst-case bound as a block with a match gets.
+    for (size_t n : {3000, 70000}) {
+        Bytes late = zt::random_bytes(n, n);
+        inputs.push_back(zt::cat(zt::cat(late, Bytes(late.begin(), late.begin() + 60)), zt::random_bytes(44, 1)));
     }
-    Bytes mid = zt::random_bytes(100000, 8);
-    memcpy(mid.data() + p, mid.data() + prev, 8);
-    inputs.push_back(mid);
-    for (const Bytes& in : inputs) {
-        Bytes out(bound(in.size()));
-        int32_t w = 0;
-        ASSERT_EQ(zemsEncodeLZ4_8u(in.data(), (int32_t)in.size(), out.data(), &w, table.data()), 0);
-        out.resize((size_t)w);
-        const Bytes want = model_block(in);
-        ASSERT_EQ(out.size(), want.size()) << in.size();
-        ASSERT_TRUE(out == want) << in.size();
+    for (const Bytes& src : inputs) {
+        SCOPED_TRACE(src.size());
+        const int32_t n = (int32_t)src.size();
+        zt::GuardedBuffer in(src), out(bound(src.size()));
+        int32_t written = -1, consumed = n;
+        ASSERT_EQ(zemsEncodeLZ4_8u(in.data(), n, out.data(), &written, table.data()), 0);
+        const Bytes dflt = out.bytes((size_t)written);
+        ASSERT_TRUE(dflt == model_block(src));
+        zt::expect_lz4_block(dflt.data(), dflt.size(), src);
+        for (int accel : {1, 4, 8, INT32_MAX}) {
+            ASSERT_EQ(zemsEncodeLZ4Fast_8u(in.data(), n, out.data(), &written, table.data(), accel), 0);
+            zt::expect_lz4_block(out.data(), (size_t)written, src);
+            if (accel == 1) ASSERT_EQ(out.bytes((size_t)written), dflt);
+        }
+        written = (int32_t)out.size();
+        ASSERT_EQ(zemsEncodeLZ4Safe_8u(in.data(), &consumed, out.data(), &written, table.data()), 0);
+        EXPECT_EQ(consumed, n);
+        ASSERT_EQ(out.bytes((size_t)written), dflt);  // the same search
     }
-}
-
-TEST(Lz4Encode, BlockShapes) {
-    Bytes table(16384), out(bound(70000)), run(46, 'a'), rnd = zt::random_bytes(65536, 1), zeros(1000, 0);
-    int32_t w;
-    // 45 bytes of a run stay literals (also with acceleration); 46 find the run.
-    ASSERT_EQ(zemsEncodeLZ4_8u(run.data(), 45, out.data(), &w, table.data()), 0);
-    EXPECT_EQ(w, 1 + 1 + 45);
-    ASSERT_EQ(zemsEncodeLZ4Fast_8u(run.data(), 45, out.data(), &w, table.data(), 4), 0);
-    EXPECT_EQ(w, 1 + 1 + 45);
-    ASSERT_EQ(zemsEncodeLZ4_8u(run.data(), 46, out.data(), &w, table.data()), 0);
-    EXPECT_LT(w, 46);
-    // Incompressible 64 KiB: one literal run with its extension bytes.
-    ASSERT_EQ(zemsEncodeLZ4_8u(rnd.data(), 65536, out.data(), &w, table.data()), 0);
-    EXPECT_EQ(w, 1 + (65536 - 15) / 255 + 1 + 65536);
-    EXPECT_EQ(out[0], 0xF0);
-    // The last five bytes are always literals, even inside a long run.
-    ASSERT_EQ(zemsEncodeLZ4_8u(zeros.data(), 1000, out.data(), &w, table.data()), 0);
-    EXPECT_EQ(out[w - 6], 0x50);
 }
 
 TEST(Lz4Encode, SafeAtEveryCapacity) {
@@ -263,23 +185,22 @@ TEST(Lz4EncodeDict, HistoryInPlaceAndSeparateDictionary) {
     Bytes out(bound(100000));
     int32_t w;
     ASSERT_EQ(zemsEncodeLZ4Dict_8u(data.data(), 0, 50000, out.data(), &w, table.data(), nullptr, 0), 0);
-    expect_decodes(out.data(), (size_t)w, hist);
+    zt::expect_lz4_block(out.data(), (size_t)w, hist);
     ASSERT_EQ(zemsEncodeLZ4Dict_8u(data.data() + 50000, 50000, 30000, out.data(), &w, table.data(), nullptr, 0), 0);
     EXPECT_LT(w, 30000 / 20);  // almost all of it refers back
-    expect_decodes(out.data(), (size_t)w, second, &hist);
+    zt::expect_lz4_block(out.data(), (size_t)w, second, hist.data(), (int32_t)hist.size());
     for (int32_t cap = 1; cap <= (int32_t)bound(500); cap += 3)
         check_bounded(data.data() + 50000, 500, cap, table.data(), 50000, nullptr, &hist);
 
     const Bytes dict = zt::compressible_bytes(40000, 11);
     const int32_t dl = (int32_t)dict.size();
     for (size_t n : {30, 2000, 100000}) {
-        Bytes src(dict.begin() + 1000, dict.begin() + 1000 + (long)std::min<size_t>(n, 30000));
-        Bytes more = zt::compressible_bytes(n - src.size(), n);
-        src.insert(src.end(), more.begin(), more.end());
+        const Bytes src = zt::cat(Bytes(dict.begin() + 1000, dict.begin() + 1000 + (long)std::min<size_t>(n, 30000)),
+                                  zt::compressible_bytes(n - std::min<size_t>(n, 30000), n));
         ASSERT_EQ(zemsEncodeLZ4DictHashTableInit_8u(table.data(), 1), 0);
         ASSERT_EQ(zemsEncodeLZ4LoadDict_8u(table.data(), dict.data(), dl), 0);
         ASSERT_EQ(zemsEncodeLZ4Dict_8u(src.data(), dl, (int32_t)n, out.data(), &w, table.data(), dict.data(), dl), 0);
-        expect_decodes(out.data(), (size_t)w, src, &dict);
+        zt::expect_lz4_block(out.data(), (size_t)w, src, dict.data(), dl);
         if (n >= 2000) EXPECT_LT((size_t)w, n / 3);
         for (int32_t cap : {1, 7, 40, 300, (int32_t)bound(n)}) check_bounded(src.data(), (int32_t)n, cap, table.data(), dl, &dict);
     }
@@ -298,14 +219,14 @@ TEST(Lz4EncodeDict, TablesOfEarlierStreamsAreClamped) {
     const Bytes again = table;
     ASSERT_EQ(zemsEncodeLZ4Dict_8u(src.data() + 1000, 1000, 40, out.data(), &w, table.data(), nullptr, 0), 0);
     EXPECT_EQ(top(), 999u);
-    expect_decodes(out.data(), (size_t)w, Bytes(src.begin() + 1000, src.begin() + 1040));
+    zt::expect_lz4_block(out.data(), (size_t)w, Bytes(src.begin() + 1000, src.begin() + 1040));
     table = again;
     ASSERT_EQ(zemsEncodeLZ4DictSafe_8u(src.data() + 1000, 1000, &len, out.data(), &cap, table.data(), nullptr, 0), 0);
     EXPECT_EQ(top(), 1000u);
     // And a long block after the clamp still decodes.
     ASSERT_EQ(zemsEncodeLZ4Dict_8u(src.data() + 1000, 1000, 2000, out.data(), &w, table.data(), nullptr, 0), 0);
     const Bytes hist(src.begin(), src.begin() + 1000);
-    expect_decodes(out.data(), (size_t)w, Bytes(src.begin() + 1000, src.end()), &hist);
+    zt::expect_lz4_block(out.data(), (size_t)w, Bytes(src.begin() + 1000, src.end()), hist.data(), 1000);
 }
 
 TEST(Lz4EncodeDict, LoadAndArguments) {

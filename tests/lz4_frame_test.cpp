@@ -1,9 +1,6 @@
 // The LZ4 frame layer: our frames through liblz4's frame decoder and liblz4's frames through
 // ours, for every block size, link mode and checksum option; input and output in odd pieces;
 // damaged and cut frames.
-#include <gtest/gtest.h>
-#include <lz4frame.h>
-
 #include "lz4_frame.h"
 #include "test_util.h"
 
@@ -12,9 +9,9 @@ using namespace zem::stream;
 namespace {
 
 // Runs the writer with input and output handed over in pieces of up to `piece` bytes.
-std::vector<uint8_t> write_frame(const Lz4FrameOptions& opt, const std::vector<uint8_t>& data, size_t piece) {
+Bytes write_frame(const Lz4FrameOptions& opt, const Bytes& data, size_t piece) {
     Lz4FrameWriter w(opt);
-    std::vector<uint8_t> out(Lz4FrameWriter::bound(opt, data.size()));
+    Bytes out(Lz4FrameWriter::bound(opt, data.size()));
     uint8_t* q = out.data();
     const uint8_t* p = data.data();
     size_t left = data.size();
@@ -37,10 +34,10 @@ std::vector<uint8_t> write_frame(const Lz4FrameOptions& opt, const std::vector<u
 struct ReadResult {
     Lz4FrameResult last;
     bool clean_end;
-    std::vector<uint8_t> data;
+    Bytes data;
 };
 
-ReadResult read_frames(const std::vector<uint8_t>& frame, size_t piece) {
+ReadResult read_frames(const Bytes& frame, size_t piece) {
     Lz4FrameReader r;
     ReadResult res{Lz4FrameResult::Ok, false, {}};
     uint8_t buf[4096];
@@ -58,43 +55,6 @@ ReadResult read_frames(const std::vector<uint8_t>& frame, size_t piece) {
     }
     res.clean_end = res.last == Lz4FrameResult::End && r.at_boundary() && !left;
     return res;
-}
-
-std::vector<uint8_t> liblz4_decode(const std::vector<uint8_t>& frame, size_t expect) {
-    LZ4F_dctx* d = nullptr;
-    LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
-    std::vector<uint8_t> out(expect + 1);
-    size_t pos = 0, in_pos = 0, hint = 1;
-    while (in_pos < frame.size() && hint) {
-        size_t dst = out.size() - pos, src = frame.size() - in_pos;
-        hint = LZ4F_decompress(d, out.data() + pos, &dst, frame.data() + in_pos, &src, nullptr);
-        if (LZ4F_isError(hint)) {
-            ADD_FAILURE() << LZ4F_getErrorName(hint);
-            break;
-        }
-        pos += dst;
-        in_pos += src;
-    }
-    EXPECT_EQ(hint, 0u) << "frame not complete";
-    LZ4F_freeDecompressionContext(d);
-    out.resize(pos);
-    return out;
-}
-
-std::vector<uint8_t> liblz4_encode(const std::vector<uint8_t>& data, LZ4F_blockSizeID_t bs, bool linked,
-                                   bool checks, int level) {
-    LZ4F_preferences_t pr{};
-    pr.frameInfo.blockSizeID = bs;
-    pr.frameInfo.blockMode = linked ? LZ4F_blockLinked : LZ4F_blockIndependent;
-    pr.frameInfo.contentChecksumFlag = checks ? LZ4F_contentChecksumEnabled : LZ4F_noContentChecksum;
-    pr.frameInfo.blockChecksumFlag = checks ? LZ4F_blockChecksumEnabled : LZ4F_noBlockChecksum;
-    pr.frameInfo.contentSize = checks ? data.size() : 0;
-    pr.compressionLevel = level;
-    std::vector<uint8_t> out(LZ4F_compressFrameBound(data.size(), &pr));
-    size_t n = LZ4F_compressFrame(out.data(), out.size(), data.data(), data.size(), &pr);
-    EXPECT_FALSE(LZ4F_isError(n));
-    out.resize(n);
-    return out;
 }
 
 }  // namespace
@@ -119,50 +79,42 @@ TEST(Xxh32, KnownValuesAndAnySplit) {
 
 TEST(Lz4Frame, OurFramesDecodeWithLiblz4AndOurs) {
     auto data = zt::compressible_bytes(700 * 1024, 11);
-    struct Case {
-        int level;
-        uint32_t block;
-        bool linked, block_check, content_check, size;
+    const int64_t size = int64_t(data.size());
+    // level, block size, linked, block checksum, content checksum, content size; the pieces
+    const struct {
+        Lz4FrameOptions opt;
         size_t piece;
     } cases[] = {
-        {1, 64 << 10, false, false, true, false, 1 << 20},  {1, 64 << 10, true, true, false, true, 777},
-        {2, 256 << 10, true, false, true, false, 65536},    {4, 64 << 10, true, true, true, true, 5000},
-        {9, 1 << 20, false, false, false, false, 1 << 20},  {6, 4u << 20, false, true, true, true, 100000},
-        {6, 64 << 10, false, false, true, false, 33333},
+        {{1, 64 << 10, false, false, true, -1}, 1 << 20},  {{1, 64 << 10, true, true, false, size}, 777},
+        {{2, 256 << 10, true, false, true, -1}, 65536},    {{4, 64 << 10, true, true, true, size}, 5000},
+        {{9, 1 << 20, false, false, false, -1}, 1 << 20},  {{6, 4u << 20, false, true, true, size}, 100000},
+        {{6, 64 << 10, false, false, true, -1}, 33333},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "level " << c.level << " block " << c.block << " linked " << c.linked);
-        Lz4FrameOptions opt;
-        opt.level = c.level;
-        opt.block_size = c.block;
-        opt.linked = c.linked;
-        opt.block_checksum = c.block_check;
-        opt.content_checksum = c.content_check;
-        opt.content_size = c.size ? int64_t(data.size()) : -1;
+    for (const auto& c : cases) {
+        const Lz4FrameOptions& opt = c.opt;
+        SCOPED_TRACE(testing::Message() << "level " << opt.level << " block " << opt.block_size << " linked "
+                                        << opt.linked);
         auto frame = write_frame(opt, data, c.piece);
         EXPECT_LT(frame.size(), data.size() / 2);
-        EXPECT_EQ(liblz4_decode(frame, data.size()), data);
+        EXPECT_EQ(zt::lz4f_decompress(frame.data(), frame.size(), data.size()), data);
         auto back = read_frames(frame, 3001);
         EXPECT_TRUE(back.clean_end);
         EXPECT_EQ(back.data, data);
     }
     // Random data is stored block by block; an empty input is a frame with no blocks.
     auto noise = zt::random_bytes(200000, 5);
-    for (const auto& d : {noise, std::vector<uint8_t>{}, std::vector<uint8_t>{42}}) {
-        Lz4FrameOptions opt;
-        opt.block_size = 64 << 10;
+    for (const auto& d : {noise, Bytes{}, Bytes{42}}) {
+        const Lz4FrameOptions opt{.block_size = 64 << 10};
         auto frame = write_frame(opt, d, 1 << 20);
         EXPECT_LE(frame.size(), Lz4FrameWriter::bound(opt, d.size()));
-        EXPECT_EQ(liblz4_decode(frame, d.size()), d);
+        EXPECT_EQ(zt::lz4f_decompress(frame.data(), frame.size(), d.size()), d);
         EXPECT_EQ(read_frames(frame, 1 << 20).data, d);
     }
     // A declared size that the input does not match is refused at the end.
-    Lz4FrameOptions opt;
-    opt.content_size = 5;
-    Lz4FrameWriter w(opt);
+    Lz4FrameWriter w(Lz4FrameOptions{.content_size = 5});
     const uint8_t* p = data.data();
     size_t n = 4, room = 1000;
-    std::vector<uint8_t> out(1000);
+    Bytes out(1000);
     uint8_t* q = out.data();
     w.write(p, n, q, room);
     EXPECT_EQ(w.finish(q, room), Lz4FrameResult::BadData);
@@ -170,13 +122,11 @@ TEST(Lz4Frame, OurFramesDecodeWithLiblz4AndOurs) {
 
 TEST(Lz4Frame, Liblz4FramesConcatenatedWithSkippableOnes) {
     auto a = zt::compressible_bytes(300000, 21), b = zt::compressible_bytes(90000, 22);
-    std::vector<uint8_t> stream = liblz4_encode(a, LZ4F_max64KB, true, true, 9);
+    Bytes stream = zt::lz4f_compress(a, LZ4F_max64KB, true, true, 9);
     const uint8_t skippable[] = {0x5A, 0x2A, 0x4D, 0x18, 3, 0, 0, 0, 'x', 'y', 'z'};
     stream.insert(stream.end(), skippable, skippable + sizeof skippable);
-    auto fb = liblz4_encode(b, LZ4F_max256KB, false, false, 1);
-    stream.insert(stream.end(), fb.begin(), fb.end());
-    auto expect = a;
-    expect.insert(expect.end(), b.begin(), b.end());
+    stream = zt::cat(stream, zt::lz4f_compress(b, LZ4F_max256KB, false, false, 1));
+    const Bytes expect = zt::cat(a, b);
     for (size_t piece : {size_t(1) << 20, size_t(4093), size_t(7)}) {
         auto got = read_frames(stream, piece);
         EXPECT_TRUE(got.clean_end);
@@ -186,14 +136,11 @@ TEST(Lz4Frame, Liblz4FramesConcatenatedWithSkippableOnes) {
 
 TEST(Lz4Frame, DamagedAndCutFramesAreCaught) {
     auto data = zt::compressible_bytes(150000, 31);
-    Lz4FrameOptions opt;
-    opt.block_size = 64 << 10;
-    opt.linked = true;
-    opt.block_checksum = true;
+    const Lz4FrameOptions opt{.block_size = 64 << 10, .linked = true, .block_checksum = true};
     auto frame = write_frame(opt, data, 1 << 20);
     // Every cut leaves the reader short of a frame's end.
     for (size_t cut = 0; cut < frame.size(); cut += 1 + cut / 3) {
-        auto part = std::vector<uint8_t>(frame.begin(), frame.begin() + long(cut));
+        auto part = Bytes(frame.begin(), frame.begin() + long(cut));
         EXPECT_FALSE(read_frames(part, 1 << 20).clean_end) << cut;
     }
     // A flipped bit anywhere is caught by a check or the decoder, never decoded silently.
@@ -207,7 +154,7 @@ TEST(Lz4Frame, DamagedAndCutFramesAreCaught) {
     }
     // Decoding into an output that ends at a guard page, from random bytes after a valid header.
     for (int i = 0; i < 200; ++i) {
-        auto junk = std::vector<uint8_t>(frame.begin(), frame.begin() + 7);
+        auto junk = Bytes(frame.begin(), frame.begin() + 7);
         auto tail = zt::random_bytes(64 + rng.below(5000), 100 + i);
         // Half of them with a plausible block size word, so the block decoder sees the junk.
         if (i % 2) tail[0] = uint8_t(tail.size() - 8), tail[1] = tail[2] = tail[3] = 0;

@@ -1,18 +1,8 @@
 // The LZ4 high-compression encoder: liblz4 decodes everything it writes; levels, the window
 // edge, history, dictionaries, the low limit and output that runs out.
-#include <gtest/gtest.h>
-#include <lz4.h>
-
-#include <string.h>
-
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 struct Tables {
     Bytes hash = Bytes(131072), chain = Bytes(262144);
@@ -40,25 +30,11 @@ Result encode_fresh(const Bytes& in, int level) {
     return encode(t, in.data(), (int32_t)in.size(), level);
 }
 
-// liblz4 decodes the block, with the given history before it, and our decoder (the history as
-// a separate dictionary) agrees; a failure from either never equals a real result.
-Bytes lz4_decode(const Bytes& block, size_t out_len, const uint8_t* dict = nullptr, int32_t dict_len = 0) {
-    Bytes out(out_len + 64), ours((size_t)dict_len + out_len + 64);
-    int n = LZ4_decompress_safe_usingDict((const char*)block.data(), (char*)out.data(), (int)block.size(),
-                                          (int)out.size(), (const char*)dict, dict_len);
-    out.resize(n < 0 ? out_len + 1 : (size_t)n, 0xEE);
-    int32_t src_len = (int32_t)block.size(), produced = (int32_t)(ours.size() - (size_t)dict_len);
-    zemStatus st = zemsDecodeLZ4Dict_8u(block.data(), &src_len, ours.data(), dict_len, &produced, dict, dict_len);
-    ours = st ? Bytes(out_len + 2, 0xEE) : Bytes(ours.begin() + dict_len, ours.begin() + dict_len + produced);
-    EXPECT_TRUE(ours == out) << "our decoder disagrees with liblz4";
-    return out;
-}
-
 void expect_round_trip(const Bytes& in, const Result& r) {
     ASSERT_EQ(r.status, zemStatusOk);
     ASSERT_EQ(r.consumed, (int32_t)in.size());
     ASSERT_LE(r.produced, (int32_t)(in.size() + in.size() / 255 + 16));
-    EXPECT_TRUE(lz4_decode(r.out, in.size()) == in);
+    zt::expect_lz4_block(r.out.data(), r.out.size(), in);
 }
 
 // Sequences of a block: the literal count, the match length (0 for the final run) and where
@@ -88,31 +64,6 @@ std::vector<Seq> walk(const Bytes& b) {
         seqs.push_back(s);
     }
     return seqs;
-}
-
-// The block completed with `n` bytes at `p` as its final literal run.
-Bytes with_literals(Bytes b, const uint8_t* p, size_t n) {
-    b.push_back(uint8_t(n >= 15 ? 0xF0 : n << 4));
-    if (n >= 15) {
-        size_t r = n - 15;
-        for (; r >= 255; r -= 255) b.push_back(255);
-        b.push_back(uint8_t(r));
-    }
-    b.insert(b.end(), p, p + n);
-    return b;
-}
-
-Bytes text_like(size_t n, uint64_t seed) {
-    static const char* words[] = {"the ", "of ", "compression ", "and ", "block ", "match ", "a ", "zemdc ",
-                                  "history ", "literal ", "chain ", "hash ", "\n", ", ", "window ", "level "};
-    zt::Rng r(seed);
-    Bytes v;
-    while (v.size() < n) {
-        const char* w = words[r.below(16)];
-        v.insert(v.end(), w, w + strlen(w));
-    }
-    v.resize(n);
-    return v;
 }
 
 TEST(LZ4HC, TableSizesAndInit) {
@@ -167,7 +118,7 @@ TEST(LZ4HC, ArgumentOrder) {
 }
 
 TEST(LZ4HC, RoundTripsThroughLiblz4AndLevels) {
-    const Bytes inputs[] = {zt::compressible_bytes(300000, 1), zt::random_bytes(70000, 2), text_like(100000, 3),
+    const Bytes inputs[] = {zt::compressible_bytes(300000, 1), zt::random_bytes(70000, 2), zt::text_like(100000, 3),
                             Bytes(100000, 0), zt::compressible_bytes(37, 5), zt::compressible_bytes(38, 6)};
     for (const Bytes& in : inputs)
         for (int level : {1, 2, 9}) {
@@ -223,8 +174,7 @@ TEST(LZ4HC, ShortInputsAreLiteralsAndTheWindowEndsAt65534) {
 // the prefix does). Input and output end at guard pages.
 TEST(LZ4HC, TightOutputEndsAtLastCompleteSequence) {
     Bytes in = zt::compressible_bytes(3000, 11);
-    zt::GuardedBuffer guarded_in(in.size());
-    guarded_in.assign(in.data(), in.size());
+    zt::GuardedBuffer guarded_in(in);
     Result whole = encode_fresh(in, 9);
     expect_round_trip(in, whole);
     auto seqs = walk(whole.out);
@@ -251,14 +201,14 @@ TEST(LZ4HC, TightOutputEndsAtLastCompleteSequence) {
 // back into earlier ones when the history is declared in place; without it, nothing before
 // the input is used, and a caller's low limit opens the history again.
 TEST(LZ4HC, HistoryInPlace) {
-    Bytes all = text_like(120000, 17);
+    Bytes all = zt::text_like(120000, 17);
     Tables t;
     const int32_t first = 60000;
     const Bytes second(all.begin() + first, all.end());
     expect_round_trip(Bytes(all.begin(), all.begin() + first), encode(t, all.data(), first, 9));
     Result b = encode(t, all.data() + first, (int32_t)second.size(), 9, -1, first, all.data(), first);
     ASSERT_EQ(b.status, zemStatusOk);
-    EXPECT_TRUE(lz4_decode(b.out, second.size(), all.data(), first) == second);
+    zt::expect_lz4_block(b.out.data(), b.out.size(), second, all.data(), first);
     EXPECT_LT(b.produced, encode_fresh(second, 9).produced);
     expect_round_trip(second, encode(t, all.data() + first, (int32_t)second.size(), 9, -1, first));
     int32_t len = (int32_t)second.size(), cap = (int32_t)second.size() * 2;
@@ -266,7 +216,7 @@ TEST(LZ4HC, HistoryInPlace) {
     ASSERT_EQ(zemsEncodeLZ4HCDictLimit_8u(all.data() + first, first, &len, out.data(), &cap, t.p, nullptr, 0, 9, 1),
               zemStatusOk);
     out.resize((size_t)cap);
-    EXPECT_TRUE(lz4_decode(out, second.size(), all.data(), first) == second);
+    zt::expect_lz4_block(out.data(), out.size(), second, all.data(), first);
     EXPECT_LT(cap, encode_fresh(second, 9).produced);
 }
 
@@ -274,7 +224,7 @@ TEST(LZ4HC, HistoryInPlace) {
 // is numbered to follow it. A low limit inside the dictionary keeps matches above it; one
 // below its start is raised to it.
 TEST(LZ4HC, SeparateDictionary) {
-    Bytes text = text_like(90000, 19);
+    Bytes text = zt::text_like(90000, 19);
     Bytes dict(text.begin(), text.begin() + 40000), in(text.begin() + 40000, text.end());
     const int32_t dlen = (int32_t)dict.size();
     for (int32_t limit : {0, dlen - 1000, -5}) {
@@ -287,7 +237,8 @@ TEST(LZ4HC, SeparateDictionary) {
                   zemStatusOk);
         out.resize((size_t)cap);
         const int32_t usable = limit > 0 ? dlen - limit : dlen;
-        EXPECT_TRUE(lz4_decode(out, in.size(), dict.data() + dlen - usable, usable) == in) << limit;
+        SCOPED_TRACE(limit);
+        zt::expect_lz4_block(out.data(), out.size(), in, dict.data() + dlen - usable, usable);
         if (limit == 0) EXPECT_LT(cap, encode_fresh(in, 9).produced);
     }
 }
@@ -296,7 +247,7 @@ TEST(LZ4HC, SeparateDictionary) {
 // it stopped, with the history in place. Whatever a stop leaves linked, every block decodes
 // with liblz4 and ours, given all the input before it, and together they give the input.
 TEST(LZ4HC, StoppedStreamDecodesExactly) {
-    const Bytes all = text_like(120000, 29);
+    const Bytes all = zt::text_like(120000, 29);
     for (int level : {9, 4}) {
         SCOPED_TRACE(level);
         Tables t;
@@ -309,10 +260,10 @@ TEST(LZ4HC, StoppedStreamDecodesExactly) {
             // A stopped block ends after a match; with the rest as one literal run it must give
             // the whole remaining input.
             const Bytes rest(all.begin() + pos, all.end());
-            ASSERT_TRUE(lz4_decode(last.status ? with_literals(last.out, all.data() + pos + last.consumed,
-                                                               rest.size() - (size_t)last.consumed)
-                                               : last.out,
-                                   rest.size(), all.data(), pos) == rest);
+            Bytes blk = last.out;
+            if (last.status) zt::lz4_append(blk, all.data() + pos + last.consumed, rest.size() - (size_t)last.consumed);
+            zt::expect_lz4_block(blk.data(), blk.size(), rest, all.data(), pos);
+            ASSERT_FALSE(HasFailure()) << pos;
             pos += last.consumed;
         }
         EXPECT_GT(calls, 20);

@@ -1,17 +1,11 @@
 // LZO1X: interoperability with liblzo2 both ways, the argument checks, and the safe decoder on
 // cut, corrupted and random input with both buffers ending at guard pages.
-#include <gtest/gtest.h>
 #include <lzo/lzo1x.h>
 
-#include <string>
-#include <vector>
-
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 const zemLZOMethod kMethods[] = {zemLZOFast, zemLZOStrong, zemLZOSegmented};
 
 Bytes encode(const Bytes& in, zemLZOMethod m) {
@@ -33,8 +27,7 @@ Bytes encode(const Bytes& in, zemLZOMethod m) {
 // liblzo2's safe decoder.
 void expect_decodes(const Bytes& stream, const Bytes& want, const std::string& what) {
     SCOPED_TRACE(what);
-    zt::GuardedBuffer in(stream.size());
-    in.assign(stream.data(), stream.size());
+    zt::GuardedBuffer in(stream);
     for (int safe = 0; safe < 2; ++safe) {
         zt::GuardedBuffer out(want.size() ? want.size() : 1);
         uint32_t n = (uint32_t)out.size();
@@ -154,8 +147,7 @@ TEST(LZOSafe, CutInputAndShortOutputKeepTheirPrefix) {
             ASSERT_LE(n, data.size());
             ASSERT_TRUE(std::equal(out.data(), out.data() + n, data.begin())) << cut;
         }
-        zt::GuardedBuffer in(s.size());
-        in.assign(s.data(), s.size());
+        zt::GuardedBuffer in(s);
         for (size_t cap = 1; cap < data.size(); cap += 7) {
             zt::GuardedBuffer out(cap);
             uint32_t n = (uint32_t)cap;
@@ -194,8 +186,7 @@ TEST(LZOSafe, HostileInputStaysInsideTheBuffers) {
             s.resize(1 + r.below((uint32_t)s.size()));
         }
         const size_t cap = 1 + r.below(round % 2 ? 64 : 30000);
-        zt::GuardedBuffer in(s.size()), out(cap);
-        in.assign(s.data(), s.size());
+        zt::GuardedBuffer in(s), out(cap);
         uint32_t n = (uint32_t)cap;
         const zemStatus st = zemsDecodeLZOSafe_8u(in.data(), (uint32_t)s.size(), out.data(), &n);
         ASSERT_TRUE(st == zemStatusOk || st == zemStatusError || st == zemStatusSrcTooShort ||

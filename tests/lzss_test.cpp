@@ -1,16 +1,10 @@
 // LZSS: the encoder against a plain model of its search, the stream across any split of input and
 // output, and the decoder on hostile input, with every buffer ending at a guard page.
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include "lzss/lzss.h"
 #include "test_util.h"
-#include "zemdc.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 constexpr int32_t kStateSize = 0x50040;
 
 // The next piece size, given what is left: a quarter single bytes, the rest up to max; max 0
@@ -80,44 +74,46 @@ Bytes model_encode(const Bytes& in, const std::vector<int32_t>& calls) {
 
 zemLZSSState_8u* state_of(Bytes& s) { return (zemLZSSState_8u*)s.data(); }
 
+// Calls `call(&dst, &room)` with outputs of `room()` bytes at the end of the guarded buffer for
+// as long as it reports a full output, appending what each wrote to `out`; a decoder that
+// produces more than `max_out` bytes is given up on.
+template <class Call>
+void drain(zt::GuardedBuffer& g, Pieces& rooms, Bytes& out, Call call, size_t max_out = SIZE_MAX) {
+    zemStatus s;
+    do {
+        int32_t room = rooms(), r = room;
+        uint8_t* d0 = g.data() + g.size() - room;
+        uint8_t* d = d0;
+        s = call(&d, &r);
+        EXPECT_TRUE(s == zemStatusOk || s == zemStatusDstTooSmall) << s;
+        EXPECT_EQ(d - d0, room - r);
+        out.insert(out.end(), d0, d);
+    } while (s == zemStatusDstTooSmall && out.size() <= max_out);
+}
+
 // Encodes `in` in the given calls, each output call given out_pieces() bytes of room at the end
 // of a guarded buffer; every input call's bytes, and the state record at the given
 // misalignment, also end at a guard page.
 Bytes encode(const Bytes& in, const std::vector<int32_t>& calls, Pieces out_pieces, size_t misalign = 0) {
-    zt::GuardedBuffer gst(kStateSize + misalign);
+    zt::GuardedBuffer gst(kStateSize + misalign), gin(in.size() + 1), gout(out_pieces.cap());
     zemLZSSState_8u* st = (zemLZSSState_8u*)(gst.data() + misalign);
     Bytes out;
     EXPECT_EQ(zemsEncodeLZSSInit_8u(st), zemStatusOk);
-    zt::GuardedBuffer gin(in.size() + 1), gout(out_pieces.cap());
     size_t pos = 0;
     for (int32_t n : calls) {
         uint8_t* piece = gin.data() + gin.size() - n;
         memcpy(piece, in.data() + pos, (size_t)n);
         const uint8_t* p = piece;
         int32_t left = n;
-        zemStatus s;
-        do {
-            int32_t room = out_pieces(), r = room;
-            uint8_t* d0 = gout.data() + gout.size() - room;
-            uint8_t* d = d0;
-            s = zemsEncodeLZSS_8u(&p, &left, &d, &r, st);
-            EXPECT_TRUE(s == zemStatusOk || s == zemStatusDstTooSmall) << s;
-            EXPECT_EQ(d - d0, room - r);
+        drain(gout, out_pieces, out, [&](uint8_t** d, int32_t* r) {
+            zemStatus s = zemsEncodeLZSS_8u(&p, &left, d, r, st);
             EXPECT_EQ(p - piece, n - left);
-            out.insert(out.end(), d0, d);
-        } while (s == zemStatusDstTooSmall);
+            return s;
+        });
         EXPECT_EQ(left, 0);
         pos += (size_t)n;
     }
-    zemStatus s;
-    do {
-        int32_t room = out_pieces(), r = room;
-        uint8_t* d0 = gout.data() + gout.size() - room;
-        uint8_t* d = d0;
-        s = zemsEncodeLZSSFlush_8u(&d, &r, st);
-        EXPECT_TRUE(s == zemStatusOk || s == zemStatusDstTooSmall) << s;
-        out.insert(out.end(), d0, d);
-    } while (s == zemStatusDstTooSmall);
+    drain(gout, out_pieces, out, [&](uint8_t** d, int32_t* r) { return zemsEncodeLZSSFlush_8u(d, r, st); });
     return out;
 }
 
@@ -134,23 +130,16 @@ Bytes decode(const Bytes& in, Pieces in_pieces, Pieces out_pieces, size_t misali
     zemLZSSState_8u* st = (zemLZSSState_8u*)(gst.data() + misalign);
     EXPECT_EQ(zemsDecodeLZSSInit_8u(st), zemStatusOk);
     Bytes out;
+    const size_t max_out = (in.size() + 1) * 86;  // a hostile stream: 258 bytes per 3
     size_t pos = 0;
     do {
         int32_t n = in_pieces(in.size() - pos), left = n;
         uint8_t* piece = gin.data() + gin.size() - n;
         memcpy(piece, in.data() + pos, (size_t)n);
         const uint8_t* p = piece;
-        zemStatus s;
-        do {
-            int32_t room = out_pieces(), r = room;
-            uint8_t* d0 = gout.data() + gout.size() - room;
-            uint8_t* d = d0;
-            s = zemsDecodeLZSS_8u(&p, &left, &d, &r, st);
-            EXPECT_TRUE(s == zemStatusOk || s == zemStatusDstTooSmall) << s;
-            EXPECT_EQ(d - d0, room - r);
-            out.insert(out.end(), d0, d);
-            if (out.size() > (in.size() + 1) * 86) return out;  // a hostile stream: 258 bytes per 3
-        } while (s == zemStatusDstTooSmall);
+        drain(gout, out_pieces, out, [&](uint8_t** d, int32_t* r) { return zemsDecodeLZSS_8u(&p, &left, d, r, st); },
+              max_out);
+        if (out.size() > max_out) return out;
         EXPECT_EQ(p - piece, n);
         pos += (size_t)n;
     } while (pos < in.size());

@@ -1,6 +1,4 @@
 // The memory kernels: every path and threshold, every alignment, byte for byte.
-#include <gtest/gtest.h>
-
 #include "core/mem.h"
 #include "test_util.h"
 #include "zemcore.h"
@@ -26,8 +24,8 @@ int32_t failing_cache(int32_t*) {
 // Copies with a kernel and checks every byte of the destination, and the bytes around it.
 template <class Copy>
 void check_copy(Copy copy, size_t n, size_t soff, size_t doff) {
-    static std::vector<uint8_t> src = zt::random_bytes(size_t(5) << 20, 11);
-    std::vector<uint8_t> dst(n + doff + 128, 0xcc);
+    static Bytes src = zt::random_bytes(size_t(5) << 20, 11);
+    Bytes dst(n + doff + 128, 0xcc);
     ASSERT_LE(n + soff, src.size());
     copy(src.data() + soff, dst.data() + doff, n);
     ASSERT_EQ(0, memcmp(dst.data() + doff, src.data() + soff, n)) << "n=" << n << " soff=" << soff << " doff=" << doff;
@@ -37,7 +35,7 @@ void check_copy(Copy copy, size_t n, size_t soff, size_t doff) {
 
 // Index of the first byte of buf that is not `inside` within [off, off + n) or not `outside`
 // elsewhere; buf.size() when every byte is right.
-size_t first_wrong(const std::vector<uint8_t>& buf, size_t off, size_t n, uint8_t inside, uint8_t outside) {
+size_t first_wrong(const Bytes& buf, size_t off, size_t n, uint8_t inside, uint8_t outside) {
     for (size_t i = 0; i < buf.size(); ++i)
         if (buf[i] != ((i >= off && i < off + n) ? inside : outside)) return i;
     return buf.size();
@@ -117,7 +115,7 @@ TEST(MemCopy, StreamingThroughTheRealCacheQuery) {
     size_t n = std::max<size_t>(size_t(cache) / 2, 0x400001) + 77;
     ASSERT_EQ(mem::copy_path(nullptr, (void*)64, (int32_t)n, zemGetMaxCacheSizeB), CopyPath::Stream);
     // The cache may be hundreds of megabytes: a cheap pattern rather than random bytes.
-    std::vector<uint8_t> src(n + 1), dst(n + 64, 0);
+    Bytes src(n + 1), dst(n + 64, 0);
     for (size_t i = 0; i < src.size(); ++i) src[i] = uint8_t(i * 131 + (i >> 11));
     MemCopy(src.data() + 1, dst.data() + 3, (int32_t)n);
     EXPECT_EQ(0, memcmp(dst.data() + 3, src.data() + 1, n));
@@ -143,7 +141,7 @@ TEST(MemZero, BothPathsAroundTheThreshold) {
     EXPECT_EQ(mem::zero_path(32769), mem::ZeroPath::StringStore);
     for (size_t n : {0, 1, 2, 5, 16, 17, 33, 64, 65, 127, 128, 129, 255, 1000, 32767, 32768, 32769, 100003})
         for (size_t off : {0, 1, 31, 32}) {
-            std::vector<uint8_t> buf(n + off + 64, 0xee);
+            Bytes buf(n + off + 64, 0xee);
             EXPECT_EQ(MemZero(buf.data() + off, (int32_t)n), buf.data() + off);
             ASSERT_EQ(first_wrong(buf, off, n, 0, 0xee), buf.size()) << "n=" << n << " off=" << off;
         }
@@ -166,7 +164,7 @@ TEST(MemFill, PathChoiceFollowsSizeAndCache) {
 TEST(MemFill, EveryPathEveryAlignmentEveryTailBit) {
     g_fake_cache = 1 << 20;
     auto check = [](size_t n, size_t off, bool stream) {
-        std::vector<uint8_t> buf(n + off + 64, 0x11);
+        Bytes buf(n + off + 64, 0x11);
         if (stream)
             EXPECT_EQ(mem::fill(0xa7, buf.data() + off, (int32_t)n, fake_cache), buf.data() + off);
         else
@@ -185,7 +183,7 @@ TEST(MemFill, StreamingThroughTheRealCacheQuery) {
     if (zemGetMaxCacheSizeB(&cache) != 0 || cache >= (1 << 30)) GTEST_SKIP() << "no usable cache size";
     size_t n = std::max<size_t>(size_t(cache), 0x200000) + 33;
     ASSERT_EQ(mem::fill_path((int32_t)n, zemGetMaxCacheSizeB), FillPath::Stream);
-    std::vector<uint8_t> buf(n + 2, 0);
+    Bytes buf(n + 2, 0);
     MemFill(0x3c, buf.data() + 1, (int32_t)n);
     EXPECT_EQ(first_wrong(buf, 1, n, 0x3c, 0), buf.size());
 }

@@ -1,85 +1,22 @@
 // The C API of the stream layers: one-call and incremental use of every container this build
 // offers, against zlib and liblz4, with outputs that end at a guard page and inputs that are
 // cut, damaged or too large for the output.
-#include <gtest/gtest.h>
-#include <bzlib.h>
-#include <lz4frame.h>
-#include <zlib.h>
-
-#include <string.h>
-
 #include "test_util.h"
 #include "zemstream.h"
 
 namespace {
 
-// zlib's deflate with the window bits that choose the wrapper (raw -15, zlib 15, gzip 31).
-std::vector<uint8_t> zlib_compress(const std::vector<uint8_t>& d, int window_bits) {
-    z_stream z{};
-    deflateInit2(&z, 6, Z_DEFLATED, window_bits, 8, Z_DEFAULT_STRATEGY);
-    std::vector<uint8_t> out(deflateBound(&z, uLong(d.size())) + 32);
-    z.next_in = const_cast<Bytef*>(d.data());
-    z.avail_in = uInt(d.size());
-    z.next_out = out.data();
-    z.avail_out = uInt(out.size());
-    EXPECT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
-    out.resize(z.total_out);
-    deflateEnd(&z);
-    return out;
-}
-
-std::vector<uint8_t> liblz4_frame(const std::vector<uint8_t>& d) {
-    LZ4F_preferences_t pr{};
-    pr.frameInfo.contentChecksumFlag = LZ4F_contentChecksumEnabled;
-    std::vector<uint8_t> out(LZ4F_compressFrameBound(d.size(), &pr));
-    out.resize(LZ4F_compressFrame(out.data(), out.size(), d.data(), d.size(), &pr));
-    return out;
-}
-
-std::vector<uint8_t> libbz2_compress(const std::vector<uint8_t>& d) {
-    std::vector<uint8_t> out(d.size() + d.size() / 50 + 1024);
-    unsigned int len = unsigned(out.size());
-    EXPECT_EQ(BZ2_bzBuffToBuffCompress(reinterpret_cast<char*>(out.data()), &len,
-                                       const_cast<char*>(reinterpret_cast<const char*>(d.data())), unsigned(d.size()), 9, 0, 0),
-              BZ_OK);
-    out.resize(len);
-    return out;
-}
-
 // The reference decoder of each container we write, into a buffer of the expected size.
-std::vector<uint8_t> reference_decode(int32_t container, const uint8_t* p, size_t n, size_t expect) {
-    std::vector<uint8_t> back(expect + 1);
-    size_t got = 0;
-    if (container == zemContainerLZ4) {
-        LZ4F_dctx* d;
-        LZ4F_createDecompressionContext(&d, LZ4F_VERSION);
-        size_t dst = back.size(), src = n;
-        EXPECT_EQ(LZ4F_decompress(d, back.data(), &dst, p, &src, nullptr), 0u);
-        LZ4F_freeDecompressionContext(d);
-        got = dst;
-    } else if (container == zemContainerBZ2) {
-        unsigned int len = unsigned(back.size());
-        EXPECT_EQ(BZ2_bzBuffToBuffDecompress(reinterpret_cast<char*>(back.data()), &len,
-                                             const_cast<char*>(reinterpret_cast<const char*>(p)), unsigned(n), 0, 0),
-                  BZ_OK);
-        got = len;
-    } else {
-        z_stream z{};
-        inflateInit2(&z, container == zemContainerGzip ? 31 : container == zemContainerZlib ? 15 : -15);
-        z.next_in = const_cast<Bytef*>(p);
-        z.avail_in = uInt(n);
-        z.next_out = back.data();
-        z.avail_out = uInt(back.size());
-        EXPECT_EQ(inflate(&z, Z_FINISH), Z_STREAM_END);
-        got = z.total_out;
-        inflateEnd(&z);
-    }
-    back.resize(got);
-    return back;
+Bytes reference_decode(int32_t container, const uint8_t* p, size_t n, size_t expect) {
+    if (container == zemContainerBZ2) return zt::libbz2_decompress(p, n, expect);
+    if (container != zemContainerLZ4)
+        return zt::zlib_inflate(p, n, container == zemContainerGzip ? 31 : container == zemContainerZlib ? 15 : -15,
+                                expect);
+    return zt::lz4f_decompress(p, n, expect);
 }
 
 // One-call decompression into a buffer of exactly `cap` bytes that ends at a guard page.
-zemStatus decompress_guarded(int32_t container, const std::vector<uint8_t>& in, size_t cap, std::vector<uint8_t>* got) {
+zemStatus decompress_guarded(int32_t container, const Bytes& in, size_t cap, Bytes* got) {
     zt::GuardedBuffer out(cap ? cap : 1);
     size_t len = cap;
     zemStatus st = zemStreamDecompress(container, in.data(), in.size(), out.data(), &len);
@@ -89,12 +26,12 @@ zemStatus decompress_guarded(int32_t container, const std::vector<uint8_t>& in, 
 }
 
 // Incremental use with tiny input and output pieces.
-zemStatus stream_through(int32_t container, int32_t direction, int32_t level, const std::vector<uint8_t>& in,
-                         size_t piece, std::vector<uint8_t>* out) {
+zemStatus stream_through(int32_t container, int32_t direction, int32_t level, const Bytes& in,
+                         size_t piece, Bytes* out) {
     zemStream* s = nullptr;
     zemStatus st = zemStreamCreate(container, direction, level, &s);
     if (st != zemStatusOk) return st;
-    std::vector<uint8_t> buf(piece);
+    Bytes buf(piece);
     const uint8_t* p = in.data();
     size_t left = in.size();
     while (left && st >= 0) {
@@ -121,17 +58,17 @@ TEST(ZemStream, ForeignContainersDecodeInOneCallAndInPieces) {
     auto data = zt::compressible_bytes(200000, 1);
     struct {
         int32_t container;
-        std::vector<uint8_t> packed;
+        Bytes packed;
     } cases[] = {
-        {zemContainerGzip, zlib_compress(data, 31)},
-        {zemContainerZlib, zlib_compress(data, 15)},
-        {zemContainerDeflate, zlib_compress(data, -15)},
-        {zemContainerLZ4, liblz4_frame(data)},
-        {zemContainerBZ2, libbz2_compress(data)},
+        {zemContainerGzip, zt::zlib_deflate(data, 31)},
+        {zemContainerZlib, zt::zlib_deflate(data, 15)},
+        {zemContainerDeflate, zt::zlib_deflate(data, -15)},
+        {zemContainerLZ4, zt::lz4f_compress(data, LZ4F_default, true, true, 0)},
+        {zemContainerBZ2, zt::libbz2_compress(data, 9)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(zemStreamContainerName(c.container));
-        std::vector<uint8_t> got;
+        Bytes got;
         EXPECT_EQ(decompress_guarded(c.container, c.packed, data.size(), &got), zemStatusOk);
         EXPECT_EQ(got, data);
         got.clear();
@@ -139,7 +76,7 @@ TEST(ZemStream, ForeignContainersDecodeInOneCallAndInPieces) {
         EXPECT_EQ(got, data);
         // One byte short of room, cut input, a damaged byte near the end, no input at all.
         EXPECT_EQ(decompress_guarded(c.container, c.packed, data.size() - 1, nullptr), zemStreamStatusDstTooSmall);
-        auto cut = std::vector<uint8_t>(c.packed.begin(), c.packed.end() - 3);
+        auto cut = Bytes(c.packed.begin(), c.packed.end() - 3);
         EXPECT_EQ(decompress_guarded(c.container, cut, data.size(), nullptr), zemStreamStatusTruncated);
         got.clear();
         EXPECT_EQ(stream_through(c.container, zemStreamDecode, 0, cut, 500, &got), zemStreamStatusTruncated);
@@ -168,7 +105,7 @@ TEST(ZemStream, OurContainersDecodeWithTheReferences) {
             size_t small_len = len - 1;
             EXPECT_EQ(zemStreamCompress(container, level, data.data(), data.size(), small.data(), &small_len),
                       zemStreamStatusDstTooSmall);
-            std::vector<uint8_t> streamed, again;
+            Bytes streamed, again;
             ASSERT_EQ(stream_through(container, zemStreamEncode, level, data, 4096, &streamed), zemStatusOk);
             ASSERT_EQ(stream_through(container, zemStreamDecode, 0, streamed, 3000, &again), zemStatusOk);
             EXPECT_EQ(again, data);
@@ -182,7 +119,7 @@ TEST(ZemStream, OurContainersDecodeWithTheReferences) {
         size_t len = bound;
         EXPECT_EQ(zemStreamCompress(container, 9, noise.data(), noise.size(), out.data(), &len), zemStatusOk)
             << zemStreamContainerName(container);
-        std::vector<uint8_t> back(noise.size());
+        Bytes back(noise.size());
         size_t back_len = back.size();
         EXPECT_EQ(zemStreamDecompress(container, out.data(), len, back.data(), &back_len), zemStatusOk);
         EXPECT_EQ(back, noise);

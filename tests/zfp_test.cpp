@@ -1,14 +1,11 @@
 // zfp blocks: the stream record, bit-exact agreement with libzfp in every mode, and the rules at
 // the end of a buffer. Records are unaligned on purpose: they are plain caller memory.
-#include <gtest/gtest.h>
 #include <math.h>
 #include <zfp.h>
 
 #include <array>
-#include <vector>
 
 #include "test_util.h"
-#include "zemdc.h"
 #include "zfp/zfp_internal.h"
 
 namespace {
@@ -19,7 +16,7 @@ Params rate(int r) { return {64 * r, 64 * r, 64, -10740}; }
 Params precision(int p) { return {0, 4171, p, -10740}; }
 
 struct State {
-    std::vector<uint8_t> mem = std::vector<uint8_t>(577);
+    Bytes mem = Bytes(577);
     zemZfpState* get() { return (zemZfpState*)(mem.data() + 1); }
     zem::zfp::Head head() { return zem::zfp::load_head(get()); }
     // Streams that are read are bound with the decode-side names, so both sets are exercised.
@@ -72,10 +69,10 @@ struct Ref {
 };
 
 // The first n bytes of a zeroed buffer that libzfp wrote, padded to whole words.
-std::vector<uint8_t> word_padded(const std::vector<uint8_t>& v, size_t n) { return {v.begin(), v.begin() + ((n + 7) & ~7l)}; }
+Bytes word_padded(const Bytes& v, size_t n) { return {v.begin(), v.begin() + ((n + 7) & ~7l)}; }
 
-std::vector<uint8_t> ours_encode(const std::vector<float>& blocks, const Params& p) {
-    std::vector<uint8_t> out(blocks.size() * 10 + 64);
+Bytes ours_encode(const std::vector<float>& blocks, const Params& p) {
+    Bytes out(blocks.size() * 10 + 64);
     State s;
     s.init(out.data(), out.size(), p);
     for (size_t b = 0; b < blocks.size() / 64; ++b) EXPECT_EQ(s.enc(&blocks[b * 64]), zemStatusOk);
@@ -90,10 +87,9 @@ std::vector<uint8_t> ours_encode(const std::vector<float>& blocks, const Params&
 // record only while the stream ends on a word: a byte-ended one is read by bytes at its end).
 // With `held`, both start a word in with that many pending bits that are not those of the word
 // before (a record changed by hand): they are still the next bits read.
-std::vector<float> ours_decode(const std::vector<uint8_t>& stream, size_t count, const Params& p, int held = 0) {
-    zt::GuardedBuffer g(stream.size());
-    g.assign(stream.data(), stream.size());
-    std::vector<uint8_t> roomy(stream);
+std::vector<float> ours_decode(const Bytes& stream, size_t count, const Params& p, int held = 0) {
+    zt::GuardedBuffer g(stream);
+    Bytes roomy(stream);
     roomy.resize(stream.size() + 1024, 0x5a);
     std::vector<float> out(count * 64), far(64);
     State s, a;
@@ -115,7 +111,7 @@ std::vector<float> ours_decode(const std::vector<uint8_t>& stream, size_t count,
 
 void expect_interop(const std::vector<float>& blocks, const Params& p, const char* what) {
     size_t count = blocks.size() / 64;
-    std::vector<uint8_t> ref(blocks.size() * 10 + 64);
+    Bytes ref(blocks.size() * 10 + 64);
     Ref e(ref.data(), ref.size(), p);
     for (size_t b = 0; b < count; ++b) zfp_encode_block_float_3(e.zs, &blocks[b * 64]);
     zfp_stream_flush(e.zs);
@@ -128,7 +124,7 @@ void expect_interop(const std::vector<float>& blocks, const Params& p, const cha
     for (size_t b = 0; b < count; ++b) zfp_decode_block_float_3(d.zs, &theirs[b * 64]);
     // Padding that ends within the last 8 bytes is defined to leave the reader on the skipped
     // bits, so a byte-ended stream with padding is read from a whole-word buffer.
-    auto back = ours_decode(p[0] <= 1 ? std::vector<uint8_t>(ref.begin(), ref.begin() + n) : ours, count, p);
+    auto back = ours_decode(p[0] <= 1 ? Bytes(ref.begin(), ref.begin() + n) : ours, count, p);
     ASSERT_EQ(0, memcmp(back.data(), theirs.data(), back.size() * 4)) << what << ": not the same bits";
 }
 
@@ -270,7 +266,7 @@ TEST(ZfpInterop, WholeArrayMatchesZfpCompressBothWays) {
         return &v[(size_t)((nz - 1 - bz) * ny + ny - 1 - by) * nx + bx];
     };
     for (const Params& p : {rate(8), precision(16)}) {
-        std::vector<uint8_t> ours(1 << 16), ref(1 << 16);
+        Bytes ours(1 << 16), ref(1 << 16);
         State s;
         s.init(ours.data(), ours.size(), p);
         for (int b = 0; b < nx * ny * nz / 64; ++b) ASSERT_EQ(zemsEncodeZfp444_32f(at(a, b), sy * 4, sz * 4, s.get()), zemStatusOk);
