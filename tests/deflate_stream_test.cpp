@@ -85,7 +85,7 @@ TEST(DeflateStream, EveryLevelAndFormatDecodesWithEveryInflater) {
 TEST(DeflateStream, CompressesAboutAsWellAsZlib) {
     // Not a speed claim: a parse or block choice gone wrong shows here first.
     const Bytes in = zt::compressible_bytes(300000, 15);
-    for (int level : {2, 6, 9})
+    for (int level : {1, 2, 6, 9})
         EXPECT_LE(compress(Format::Zlib, level, in).size(), zt::zlib_deflate(in, 15, level).size() * 101 / 100)
             << level;
     EXPECT_LE(compress(Format::Raw, 6, zt::random_bytes(100000, 1)).size(), 100000u + 20);
@@ -168,6 +168,8 @@ TEST(DeflateStream, DictionariesInteroperateWithZlib) {
                                                         dict.data(), dict.size()));
                 ours.resize(n);
                 EXPECT_TRUE(zt::zlib_inflate(ours, wbits(f), in.size(), &dict) == in) << dict_len << " level " << level;
+                // Level 1 enters a dictionary its own way; here a lost dictionary costs 8%.
+                if (dict_len == 40000) EXPECT_LT(n * 20, compress(f, level, in).size() * 19) << "level " << level;
             }
         // The last of them against zlib's own at level 6 with the same dictionary: a few percent over it at most.
         EXPECT_LE(ours.size(), zt::zlib_deflate(in, 15, 6, Z_DEFAULT_STRATEGY, &dict).size() * 102 / 100);

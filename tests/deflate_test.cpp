@@ -338,6 +338,17 @@ TEST(DeflateFinders, RecordsRebuildTheInputAtEveryLevel) {
     }
 }
 
+TEST(DeflateFinders, GreedyLeavesTheInnerPositionsOfLongMatchesOut) {
+    // Level 2 enters the inner positions of matches up to 8 bytes only: a block repeated once
+    // is one long match, and none of its inner positions may reach the table, not even by way
+    // of the search that follows it.
+    Bytes data = zt::random_bytes(300, 9);
+    data.insert(data.end(), data.begin(), data.end());
+    Table head(1 << 15), prev(1 << 15);
+    parse_and_check(kFinders[0], 2, data, 0, 1000, head, prev, 32768, zemDeflateFinish, 0);
+    EXPECT_EQ(std::count_if(head.begin(), head.end(), [](uint32_t pos) { return pos > 300 && pos != 300 + 258; }), 0);
+}
+
 TEST(DeflateFinders, GarbageTablesSmallWindowsAndTinyRecordRooms) {
     // Random table contents and short histories never lead a search outside the buffer (the
     // guard pages would fault) nor to a distance the history does not have.
