@@ -392,9 +392,10 @@ void Deflater::fastest_block(uint32_t len, int32_t flush) {
     put(l[256].code, l[256].len);
     const uint32_t parsed = len - n;
     const uint64_t block_bits = (pend_.size() - at0) * 8 + n_bits_ - n_bits0;
-    if (block_bits > BlockCodes::stored_bits(parsed)) {
+    if (parsed == 0 || block_bits > BlockCodes::stored_bits(parsed)) {
         took_bits(at0, uint16_t(bits0), n_bits0);
-        emit_stored(src, parsed, false);
+        // (Nothing parsed, as with input within the lookahead: no block at all.)
+        if (parsed) emit_stored(src, parsed, false);
     }
     parse_ += parsed;
     block_start_ = parse_;
