@@ -67,15 +67,21 @@ void run(const bench::Corpus& corpus) {
     double ratio = packed ? double(corpus.total_bytes()) / double(packed) : 0;
     {
         bench::Table t("gzip decompress (zlib level 6 streams)", corpus.total_bytes());
-        t.ours("zem::stream gzip (zemsInflate_8u)", [&] {
-            for (size_t i = 0; i < gz.size(); ++i) bench::keep(ours(gz[i], out[i]));
-        }, ratio);
-        t.peer("zlib inflate", [&] {
-            for (size_t i = 0; i < gz.size(); ++i) bench::keep(zlib_inflate(gz[i], out[i]));
-        }, ratio);
-        t.peer("libdeflate_gzip_decompress", [&] {
-            for (size_t i = 0; i < gz.size(); ++i) bench::keep(libdeflate_inflate(d, gz[i], out[i]));
-        }, ratio);
+        t.in_turn({{bench::Kind::Ours, "zem::stream gzip (zemsInflate_8u)",
+                    [&] {
+                        for (size_t i = 0; i < gz.size(); ++i) bench::keep(ours(gz[i], out[i]));
+                    },
+                    ratio},
+                   {bench::Kind::Peer, "zlib inflate",
+                    [&] {
+                        for (size_t i = 0; i < gz.size(); ++i) bench::keep(zlib_inflate(gz[i], out[i]));
+                    },
+                    ratio},
+                   {bench::Kind::Peer, "libdeflate_gzip_decompress",
+                    [&] {
+                        for (size_t i = 0; i < gz.size(); ++i) bench::keep(libdeflate_inflate(d, gz[i], out[i]));
+                    },
+                    ratio}});
     }  // the table prints here, before the next
 
     // The same streams without their gzip wrapper: the block decoder alone, with no CRC-32.
@@ -89,15 +95,15 @@ void run(const bench::Corpus& corpus) {
                        "our raw deflate decompression of " + corpus.files[i].name);
     }
     bench::Table r("raw deflate decompress (the same streams, no wrapper)", corpus.total_bytes());
-    r.ours("zem::stream raw (zemsInflate_8u)", [&] {
+    r.in_turn({{bench::Kind::Ours, "zem::stream raw (zemsInflate_8u)", [&] {
         for (size_t i = 0; i < raw.size(); ++i) {
             size_t n = 0;
             zem::stream::inflate_buffer(zem::stream::Format::Raw, raw[i].data(), raw[i].size(), out[i].data(),
                                         out[i].size(), &n);
             bench::keep(n);
         }
-    }, ratio);
-    r.peer("zlib inflate (raw)", [&] {
+    }, ratio},
+    {bench::Kind::Peer, "zlib inflate (raw)", [&] {
         for (size_t i = 0; i < raw.size(); ++i) {
             z_stream z{};
             inflateInit2(&z, -15);
@@ -109,14 +115,14 @@ void run(const bench::Corpus& corpus) {
             bench::keep(z.total_out);
             inflateEnd(&z);
         }
-    }, ratio);
-    r.peer("libdeflate_deflate_decompress", [&] {
+    }, ratio},
+    {bench::Kind::Peer, "libdeflate_deflate_decompress", [&] {
         for (size_t i = 0; i < raw.size(); ++i) {
             size_t n = 0;
             libdeflate_deflate_decompress(d, raw[i].data(), raw[i].size(), out[i].data(), out[i].size(), &n);
             bench::keep(n);
         }
-    }, ratio);
+    }, ratio}});
     libdeflate_free_decompressor(d);
 }
 

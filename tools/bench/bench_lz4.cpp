@@ -79,12 +79,12 @@ void run(const bench::Corpus& c) {
     check_round_trip(c, safe, "zemsEncodeLZ4Safe_8u");
     {
         bench::Table t("LZ4 compress", c.total_bytes());
-        t.ours("zemsEncodeLZ4_8u", ours_default, dflt.ratio(c));
-        t.ours("zemsEncodeLZ4Fast_8u accel 1", ours_fast1, fast1.ratio(c));
-        t.ours("zemsEncodeLZ4Fast_8u accel 8", ours_fast8, fast8.ratio(c));
-        t.ours("zemsEncodeLZ4Safe_8u", ours_safe, safe.ratio(c));
-        t.peer("LZ4_compress_default", lz4_default, ref.ratio(c));
-        t.peer("LZ4_compress_fast accel 8", lz4_fast8, ref8.ratio(c));
+        t.in_turn({{bench::Kind::Ours, "zemsEncodeLZ4_8u", ours_default, dflt.ratio(c)},
+                   {bench::Kind::Ours, "zemsEncodeLZ4Fast_8u accel 1", ours_fast1, fast1.ratio(c)},
+                   {bench::Kind::Ours, "zemsEncodeLZ4Fast_8u accel 8", ours_fast8, fast8.ratio(c)},
+                   {bench::Kind::Ours, "zemsEncodeLZ4Safe_8u", ours_safe, safe.ratio(c)},
+                   {bench::Kind::Peer, "LZ4_compress_default", lz4_default, ref.ratio(c)},
+                   {bench::Kind::Peer, "LZ4_compress_fast accel 8", lz4_fast8, ref8.ratio(c)}});
     }
 
     // Decoding: both decoders read liblz4's default blocks.
@@ -96,18 +96,23 @@ void run(const bench::Corpus& c) {
         bench::require(st == zemStatusOk && back[i] == c.files[i].data, "zemsDecodeLZ4_8u of " + c.files[i].name);
     }
     bench::Table t("LZ4 decompress", c.total_bytes());
-    t.ours("zemsDecodeLZ4_8u", [&] {
-        for (size_t i = 0; i < c.files.size(); ++i) {
-            int32_t n = (int32_t)back[i].size();
-            zemsDecodeLZ4_8u(ref.out[i].data(), ref.size[i], back[i].data(), &n);
-            bench::keep((uint64_t)n);
-        }
-    }, ref.ratio(c));
-    t.peer("LZ4_decompress_safe", [&] {
-        for (size_t i = 0; i < c.files.size(); ++i)
-            bench::keep((uint64_t)LZ4_decompress_safe((const char*)ref.out[i].data(), (char*)back[i].data(),
-                                                      ref.size[i], (int)back[i].size()));
-    }, ref.ratio(c));
+    t.in_turn({{bench::Kind::Ours, "zemsDecodeLZ4_8u",
+                [&] {
+                    for (size_t i = 0; i < c.files.size(); ++i) {
+                        int32_t n = (int32_t)back[i].size();
+                        zemsDecodeLZ4_8u(ref.out[i].data(), ref.size[i], back[i].data(), &n);
+                        bench::keep((uint64_t)n);
+                    }
+                },
+                ref.ratio(c)},
+               {bench::Kind::Peer, "LZ4_decompress_safe",
+                [&] {
+                    for (size_t i = 0; i < c.files.size(); ++i)
+                        bench::keep((uint64_t)LZ4_decompress_safe((const char*)ref.out[i].data(),
+                                                                  (char*)back[i].data(), ref.size[i],
+                                                                  (int)back[i].size()));
+                },
+                ref.ratio(c)}});
 }
 
 }  // namespace

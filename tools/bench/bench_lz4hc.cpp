@@ -77,13 +77,16 @@ void run(const bench::Corpus& c) {
     }
 
     bench::Table t("LZ4 HC compress", c.total_bytes());
+    std::vector<bench::Table::Entry> rows;
     for (int level : {1, 4, 9})
-        t.ours("zemsEncodeLZ4HC_8u L" + std::to_string(level), [&, level] { bench::keep(ours(c, b, level)); },
-               ratio[level]);
+        rows.push_back({bench::Kind::Ours, "zemsEncodeLZ4HC_8u L" + std::to_string(level),
+                        [&, level] { bench::keep(ours(c, b, level)); }, ratio[level]});
     for (int level : {1, 4, 9, 12}) {
         double r = raw / (double)peer(c, b, level);
-        t.peer("LZ4_compress_HC L" + std::to_string(level), [&, level] { bench::keep(peer(c, b, level)); }, r);
+        rows.push_back({bench::Kind::Peer, "LZ4_compress_HC L" + std::to_string(level),
+                        [&, level] { bench::keep(peer(c, b, level)); }, r});
     }
+    t.in_turn(rows);
 }
 
 }  // namespace

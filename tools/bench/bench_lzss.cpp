@@ -83,20 +83,28 @@ void run(const bench::Corpus& c) {
     const double r_peer = peer_total ? double(c.total_bytes()) / double(peer_total) : 0;
     {
         bench::Table t("LZSS compress (one stream per file)", c.total_bytes());
-        t.ours("zemsEncodeLZSS_8u + Flush", [&] {
-            for (size_t i = 0; i < nf; ++i) bench::keep(lzss_encode(c.files[i].data, ours[i], state));
-        }, r_ours);
-        t.peer("zlib deflate level 6 (raw)", [&] {
-            for (size_t i = 0; i < nf; ++i) bench::keep(zlib_deflate(c.files[i].data, peer[i]));
-        }, r_peer);
+        t.in_turn({{bench::Kind::Ours, "zemsEncodeLZSS_8u + Flush",
+                    [&] {
+                        for (size_t i = 0; i < nf; ++i) bench::keep(lzss_encode(c.files[i].data, ours[i], state));
+                    },
+                    r_ours},
+                   {bench::Kind::Peer, "zlib deflate level 6 (raw)",
+                    [&] {
+                        for (size_t i = 0; i < nf; ++i) bench::keep(zlib_deflate(c.files[i].data, peer[i]));
+                    },
+                    r_peer}});
     }
     bench::Table t("LZSS decompress", c.total_bytes());
-    t.ours("zemsDecodeLZSS_8u", [&] {
-        for (size_t i = 0; i < nf; ++i) bench::keep(lzss_decode(ours[i], ours_n[i], back[i], state));
-    }, r_ours);
-    t.peer("zlib inflate (raw, its level-6 streams)", [&] {
-        for (size_t i = 0; i < nf; ++i) bench::keep(zlib_inflate(peer[i], peer_n[i], back[i]));
-    }, r_peer);
+    t.in_turn({{bench::Kind::Ours, "zemsDecodeLZSS_8u",
+                [&] {
+                    for (size_t i = 0; i < nf; ++i) bench::keep(lzss_decode(ours[i], ours_n[i], back[i], state));
+                },
+                r_ours},
+               {bench::Kind::Peer, "zlib inflate (raw, its level-6 streams)",
+                [&] {
+                    for (size_t i = 0; i < nf; ++i) bench::keep(zlib_inflate(peer[i], peer_n[i], back[i]));
+                },
+                r_peer}});
 }
 
 }  // namespace
