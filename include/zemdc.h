@@ -473,8 +473,11 @@ ZEM_API zemStatus zemsDeflateHuff_8u(const uint8_t* pLitLen, const uint16_t* pDi
  * and keeps nothing but the tables.
  *   Fast: the greedy parse. LZ77: the lazy parse (a match at the next position that is
  *   longer, and worth its distance, wins). Slow: lazy over two positions ahead with deeper
- *   searches; pWork is a work area of ZEM_DEFLATE_SLOW_WORK_SIZE bytes (checked, and reserved:
- *   the present parse does not touch it).
+ *   searches, and three-byte matches within the last 512 bytes where no longer match is found
+ *   and the symbol counts of the call so far price one below its three literals (the counts in
+ *   pLitFreq and pDistFreq on entry are not used); pWork is a work area of
+ *   ZEM_DEFLATE_SLOW_WORK_SIZE bytes (checked, and reserved: the present parse does not touch
+ *   it).
  * Statuses: zemStatusNullPtr (any pointer argument, then *ppSrc), zemStatusSize (winSize or
  * hashSize as in zemsDeflateUpdateHash_8u, *pDstLen 0, pWindow after *ppSrc), zemStatusBadArg
  * (comprLevel outside 1..9, flush outside 0..3), zemStatusOk (everything that may be parsed was),

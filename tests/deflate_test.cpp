@@ -1,5 +1,6 @@
 // Deflate compression primitives: the hash upkeep and the Huffman emission against small models,
 // the code and header generators through zlib, and the match finders on clean and garbage tables.
+#include "deflate/deflate_match.h"
 #include "test_util.h"
 
 using Table = std::vector<uint32_t>;
@@ -347,6 +348,28 @@ TEST(DeflateFinders, GreedyLeavesTheInnerPositionsOfLongMatchesOut) {
     Table head(1 << 15), prev(1 << 15);
     parse_and_check(kFinders[0], 2, data, 0, 1000, head, prev, 32768, zemDeflateFinish, 0);
     EXPECT_EQ(std::count_if(head.begin(), head.end(), [](uint32_t pos) { return pos > 300 && pos != 300 + 258; }), 0);
+}
+
+TEST(DeflateFinders, NearThreeByteScanFindsTheNearestMatchInReach) {
+    // Against a plain scan, over a small alphabet (many candidates) and every window size, so
+    // the reach is cut by the history, the window and the scan's own limit in turn.
+    Bytes data = zt::random_bytes(3000, 10);
+    for (auto& b : data) b &= 7;
+    for (uint32_t win : {256u, 512u, 32768u}) {
+        Table head(1 << 15), prev(win);
+        const zem::deflate::Chains ch(data.data(), 0, data.data(), data.data() + data.size(), win, head.data(),
+                                      prev.data(), uint32_t(head.size()));
+        for (size_t i = 0; i + 4 <= data.size(); ++i) {
+            const uint8_t* p = data.data() + i;
+            const size_t reach = std::min({i, size_t(win), size_t(zem::deflate::kNear3)}) / 32 * 32;
+            uint32_t want = 0;
+            for (uint32_t d = 1; d <= reach && !want; ++d)
+                if (p[-ptrdiff_t(d)] == p[0] && p[1 - ptrdiff_t(d)] == p[1] && p[2 - ptrdiff_t(d)] == p[2]) want = d;
+            const zem::deflate::Match got = ch.near3(p);
+            ASSERT_EQ(got.dist, want) << "at " << i << " window " << win;
+            ASSERT_EQ(got.len, want ? 3u : 0u);
+        }
+    }
 }
 
 TEST(DeflateFinders, GarbageTablesSmallWindowsAndTinyRecordRooms) {

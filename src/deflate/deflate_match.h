@@ -8,6 +8,8 @@
 // [pWindow, end of input).
 #pragma once
 
+#include <immintrin.h>
+
 #include <stddef.h>
 
 #include "deflate/deflate_tables.h"
@@ -28,6 +30,7 @@ struct Records {
     uint32_t n, cap;
     uint32_t* lit_freq;
     uint32_t* dist_freq;
+    uint32_t n_match = 0;
 
     [[nodiscard]] ZEM_INLINE bool full() const { return n == cap; }
     ZEM_INLINE void literal(uint8_t b) {
@@ -40,12 +43,19 @@ struct Records {
         dist[n++] = uint16_t(d);
         ++lit_freq[257 + kLengthSym.sym[len - kMinMatch]];
         ++dist_freq[dist_symbol(d)];
+        ++n_match;
     }
 };
 
 struct Match {
     uint32_t len, dist;
 };
+
+// How far back the slow parse looks for three-byte matches (see the lazy parses), in steps of
+// one 32-byte compare. Window sizes are powers of two from 256, so whole steps fill any window.
+inline constexpr uint32_t kNearStep = 32;
+inline constexpr uint32_t kNear3 = 512;
+static_assert(kNear3 % kNearStep == 0 && kMinTableSize % kNearStep == 0);
 
 // The search state of one call. Positions are entered in increasing order up to `ins`; the
 // parse may look ahead of its position, and a position is never entered twice in one call.
@@ -113,6 +123,26 @@ class Chains {
             cand = next;
         }
         return {best, best_d};
+    }
+
+    // The nearest three-byte match at p within kNear3 bytes, the history and the window, or
+    // {0, 0}: 32 candidates a step, compared at once. Reads up to p[1], inside a hashable p.
+    ZEM_INLINE Match near3(const uint8_t* p) const {
+        const size_t history = size_t(p - window_);
+        const size_t reach = history < win_size_ ? history : win_size_;
+        const __m256i b0 = _mm256_set1_epi8(char(p[0])), b1 = _mm256_set1_epi8(char(p[1])),
+                      b2 = _mm256_set1_epi8(char(p[2]));
+        for (uint32_t back = kNearStep; back <= kNear3 && back <= reach; back += kNearStep) {
+            const uint8_t* q = p - back;
+            const __m256i eq = _mm256_and_si256(
+                _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)q), b0),
+                                 _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(q + 1)), b1)),
+                _mm256_cmpeq_epi8(_mm256_loadu_si256((const __m256i*)(q + 2)), b2));
+            // Bit i: the three bytes at q + i; the highest is the nearest.
+            const uint32_t hits = uint32_t(_mm256_movemask_epi8(eq));
+            if (hits) return {3, back - (31 - uint32_t(__builtin_clz(hits)))};
+        }
+        return {0, 0};
     }
 
   private:
