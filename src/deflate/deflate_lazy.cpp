@@ -26,12 +26,14 @@ ZEM_INLINE int32_t match_score(const Match& m) { return int32_t(4 * m.len) - int
 // nearest in the last kNear3 bytes, where one is taken only when the symbol counts of the call
 // so far price it below its three literals. Taken always, they made text and images larger
 // than they saved on code; priced, level 9 on the Silesia files went from 4.190 to 4.200
-// (ooffice 1.8% smaller, no other file 0.1% larger), and the chain walk could be cut to
-// regain the time.
+// (ooffice 1.8% smaller, no other file more than 0.1% larger), and the chain walk could be
+// cut to regain the time.
 class ThreeByteCosts {
   public:
-    // Counts from the caller's earlier calls are set aside, so the parse depends on this call's.
-    explicit ThreeByteCosts(const Records& o) : o_(o) {
+    // Counts from the caller's earlier calls are set aside, so the parse depends on this call's
+    // (the lazy parse, which takes no three-byte matches, skips the copy).
+    ThreeByteCosts(const Records& o, bool used) : o_(o) {
+        if (!used) return;
         memcpy(lit0_, o.lit_freq, sizeof lit0_);
         memcpy(dist0_, o.dist_freq, sizeof dist0_);
     }
@@ -61,7 +63,7 @@ zemStatus parse(const FinderArgs& a, const Effort& e) {
     const uint8_t* p = f.src;
     Match cur{0, 0};
     bool held = false;  // cur was found at p by a look-ahead
-    const ThreeByteCosts three(f.out);
+    const ThreeByteCosts three(f.out, Ahead == 2);
     zemStatus st = zemStatusOk;
     while (p < f.stop) {
         if (f.out.full()) {

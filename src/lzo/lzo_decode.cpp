@@ -110,7 +110,7 @@ ZEM_INLINE Result decode(const uint8_t* ip, size_t src_len, uint8_t* const dst, 
     }
     for (;;) {
         ZEM_LZO_NEED(1);
-    next:  // from the paths whose own test left a trailing word, so at least this byte, in the input
+    next:  // from paths that checked a trailing word, so this byte too, is in the input
         t = *ip++;
         if (t >= 64) {
             len = (t >> 5) + 1;
