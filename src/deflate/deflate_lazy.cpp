@@ -40,7 +40,9 @@ class ThreeByteCosts {
     // A symbol costs log2(total / (count + 1)) bits, so "the match's bits are fewer than its
     // literals'" is a comparison of products: no logarithm (the library takes nothing from libm).
     [[nodiscard]] bool worth(const uint8_t* p, uint32_t d) const {
-        const double lits = double(o_.n + 2), dists = double(o_.n_match + 2);
+        uint32_t matches = 0;  // of this call: only the slow parse, and only here, needs it
+        for (uint32_t k = 0; k < 30; ++k) matches += o_.dist_freq[k] - dist0_[k];
+        const double lits = double(o_.n + 2), dists = double(matches + 2);
         const uint32_t s = dist_symbol(d), len3 = 257 + kLengthSym.sym[0];
         const double literals = lits * lits * lits / (share(p[0]) * share(p[1]) * share(p[2]));
         const double match = lits * dists * double(1u << kDistExtra[s]) /

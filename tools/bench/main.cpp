@@ -211,21 +211,27 @@ void require(bool ok, const std::string& what) {
     exit(1);
 }
 
-double time_best(const std::function<void()>& pass) {
-    pass();  // warm caches and page in the output buffers
-    double best = 1e30, spent = 0;
-    int runs = 0;
-    while (runs < g_options.min_runs || spent < g_options.min_seconds) {
-        double t0 = now();
-        pass();
-        double t = now() - t0;
-        best = std::min(best, t);
-        spent += t;
-        ++runs;
-        if (runs >= 1000) break;
+// Best seconds per pass of each of `passes`, after a warm-up pass each (caches, page-ins), run in
+// alternating rounds until each has had min_runs rounds and min_seconds (at most 1000 rounds).
+static std::vector<double> best_in_rounds(const std::vector<const std::function<void()>*>& passes) {
+    const size_t n = passes.size();
+    std::vector<double> best(n, 1e30), spent(n, 0);
+    for (const auto* pass : passes) (*pass)();
+    for (int round = 1;; ++round) {
+        for (size_t i = 0; i < n; ++i) {
+            const double t0 = now();
+            (*passes[i])();
+            const double t = now() - t0;
+            best[i] = std::min(best[i], t);
+            spent[i] += t;
+        }
+        const double least = *std::min_element(spent.begin(), spent.end());
+        if ((round >= g_options.min_runs && least >= g_options.min_seconds) || round >= 1000) break;
     }
     return best;
 }
+
+double time_best(const std::function<void()>& pass) { return best_in_rounds({&pass})[0]; }
 
 Family::Family(const char* name, int order, FamilyFn fn) { registry().push_back({name, order, fn}); }
 
@@ -236,21 +242,10 @@ void Table::add(Kind kind, const std::string& name, uint64_t bytes, const std::f
     rows_.push_back({kind, name, double(bytes) / t / 1e6, ratio});
 }
 void Table::in_turn(const std::vector<Entry>& entries) {
-    const size_t n = entries.size();
-    std::vector<double> best(n, 1e30), spent(n, 0);
-    for (const Entry& e : entries) e.pass();  // warm caches and page in the output buffers
-    for (int round = 1;; ++round) {
-        for (size_t i = 0; i < n; ++i) {
-            const double t0 = now();
-            entries[i].pass();
-            const double t = now() - t0;
-            best[i] = std::min(best[i], t);
-            spent[i] += t;
-        }
-        const double least = *std::min_element(spent.begin(), spent.end());
-        if ((round >= g_options.min_runs && least >= g_options.min_seconds) || round >= 1000) break;
-    }
-    for (size_t i = 0; i < n; ++i)
+    std::vector<const std::function<void()>*> passes;
+    for (const Entry& e : entries) passes.push_back(&e.pass);
+    const std::vector<double> best = best_in_rounds(passes);
+    for (size_t i = 0; i < entries.size(); ++i)
         rows_.push_back({entries[i].kind, entries[i].name, double(bytes_) / best[i] / 1e6, entries[i].ratio});
 }
 void Table::ours(const std::string& name, const std::function<void()>& pass, double ratio) {

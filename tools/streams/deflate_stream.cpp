@@ -176,16 +176,16 @@ bool Deflater::set_dictionary(const uint8_t* dict, size_t n) {
     dict_id_ = 1;
     dict_id_ = update_check(Format::Zlib, dict_id_, dict, n);
     const uint32_t m = uint32_t(n < kWin ? n : kWin);
-    if (m < 4) {
+    if (level_ == 1 || m < 4) {
         memcpy(buf_.data(), dict + (n - m), m);
-    } else if (level_ == 1) {
-        // The single-pass path keys its table its own way: its statistics pass enters the
-        // dictionary's positions as the parse will look for them.
-        memcpy(buf_.data(), dict + (n - m), m);
-        const uint8_t* p = buf_.data();
-        uint32_t left = m, idx = 0, lit[286] = {}, dist[30] = {};
-        zemsDeflateLZ77FastestGetStat_8u(&p, &left, &idx, buf_.data(), kWin, head_.data(), kHashSize, lit, dist,
-                                         zemDeflateFinish);
+        if (level_ == 1) {
+            // The single-pass path keys its table its own way: its statistics pass enters the
+            // dictionary's positions as the parse will look for them.
+            const uint8_t* p = buf_.data();
+            uint32_t left = m, idx = 0, lit[286] = {}, dist[30] = {};
+            zemsDeflateLZ77FastestGetStat_8u(&p, &left, &idx, buf_.data(), kWin, head_.data(), kHashSize, lit,
+                                             dist, zemDeflateFinish);
+        }
     } else {
         zemsDeflateDictionarySet_8u(dict, uint32_t(n), head_.data(), int32_t(kHashSize), prev_.data(), buf_.data(),
                                     kWin, level_);
